@@ -1,0 +1,20 @@
+// Byte buffers: request and response bodies, stored JSON, property-list data.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline Bytes toBytes(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+inline std::string toString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
+
+// True when `bytes` is well-formed UTF-8 (no overlongs, no surrogates, nothing above U+10FFFF).
+bool isValidUtf8(std::string_view bytes);
+
+}  // namespace platform

@@ -1,0 +1,102 @@
+// The device the program runs on: what UIKit's current device, main screen and process
+// information give on a phone.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace platform {
+
+// Interface idiom codes, as the phone numbers them.
+enum class InterfaceIdiom : int { unspecified = -1, phone = 0, pad = 1 };
+
+class CurrentDevice {
+ public:
+  virtual ~CurrentDevice() = default;
+  CurrentDevice() = default;
+  CurrentDevice(const CurrentDevice&) = delete;
+  CurrentDevice& operator=(const CurrentDevice&) = delete;
+
+  virtual std::string name() = 0;
+  virtual std::string systemName() = 0;
+  virtual std::string systemVersion() = 0;
+  virtual std::string model() = 0;
+  virtual std::string localizedModel() = 0;
+  // The vendor identifier as canonical UUID text (upper-case, 8-4-4-4-12), absent when unknown.
+  virtual std::optional<std::string> identifierForVendor() = 0;
+  virtual bool isBatteryMonitoringEnabled() = 0;
+  virtual void setBatteryMonitoringEnabled(bool enabled) = 0;
+  // 0 to 1, or -1 when unknown (always -1 while monitoring is off).
+  virtual float batteryLevel() = 0;
+  // 0 unknown, 1 unplugged, 2 charging, 3 full.
+  virtual int batteryState() = 0;
+  // 0 unknown, 1 portrait, 2 upside down, 3 landscape left, 4 landscape right, 5 face up, 6 face down.
+  virtual int orientation() = 0;
+  virtual InterfaceIdiom userInterfaceIdiom() = 0;
+  virtual bool isGuidedAccessEnabled() = 0;
+};
+
+class MainScreen {
+ public:
+  virtual ~MainScreen() = default;
+  MainScreen() = default;
+  MainScreen(const MainScreen&) = delete;
+  MainScreen& operator=(const MainScreen&) = delete;
+
+  virtual double brightness() = 0;  // 0 to 1
+  virtual double scale() = 0;
+  virtual double nativeScale() = 0;
+};
+
+struct OperatingSystemVersion {
+  int majorVersion = 0, minorVersion = 0, patchVersion = 0;
+};
+
+class ProcessInfo {
+ public:
+  virtual ~ProcessInfo() = default;
+  ProcessInfo() = default;
+  ProcessInfo(const ProcessInfo&) = delete;
+  ProcessInfo& operator=(const ProcessInfo&) = delete;
+
+  // The process environment variable `name`, absent when unset.
+  virtual std::optional<std::string> environment(std::string_view name) = 0;
+  virtual bool isLowPowerModeEnabled() = 0;
+  // 0 nominal, 1 fair, 2 serious, 3 critical.
+  virtual int thermalState() = 0;
+  virtual std::string homeDirectory() = 0;
+  virtual OperatingSystemVersion operatingSystemVersion() = 0;
+};
+
+// Resource keys of the volume-capacity query.
+enum class VolumeCapacityKey {
+  volumeAvailableCapacityForImportantUsageKey,
+  volumeAvailableCapacityKey,
+  volumeAvailableCapacityForOpportunisticUsageKey,
+  volumeTotalCapacityKey,
+};
+
+// A resource value as the platform hands it back: 64-bit, native width, or something else.
+using VolumeValue = std::variant<std::int64_t, long, std::string>;
+
+class SystemInfo {
+ public:
+  virtual ~SystemInfo() = default;
+  SystemInfo() = default;
+  SystemInfo(const SystemInfo&) = delete;
+  SystemInfo& operator=(const SystemInfo&) = delete;
+
+  // The `machine` field of a zero-filled utsname after uname(), all 256 bytes.
+  virtual std::array<char, 256> unameMachine() = 0;
+  // Resource values of the volume holding `path` for `keys`: absent when the query fails; a key the
+  // platform gives no value for is missing from the map.
+  virtual std::optional<std::map<VolumeCapacityKey, VolumeValue>> volumeCapacities(
+      const std::string& path, const std::vector<VolumeCapacityKey>& keys) = 0;
+};
+
+}  // namespace platform

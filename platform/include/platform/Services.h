@@ -1,0 +1,119 @@
+// The platform services the kit uses, and the one place that hands out the current provider of each.
+#pragma once
+
+#include <memory>
+
+#include "platform/Bundle.h"
+#include "platform/Console.h"
+#include "platform/Device.h"
+#include "platform/PropertyListReader.h"
+#include "platform/UrlSession.h"
+#include "platform/UserDefaults.h"
+
+namespace platform {
+
+// CoreTelephony: cellular providers, in the platform's own order.
+struct Carrier {
+  std::optional<std::string> carrierName;
+};
+class Telephony {
+ public:
+  virtual ~Telephony() = default;
+  Telephony() = default;
+  Telephony(const Telephony&) = delete;
+  Telephony& operator=(const Telephony&) = delete;
+  // Service identifier -> carrier; absent when the device has no provider map.
+  virtual std::optional<std::vector<std::pair<std::string, Carrier>>> serviceSubscriberCellularProviders() = 0;
+};
+
+// CoreLocation.
+struct Coordinate {
+  double latitude = 0, longitude = 0;
+};
+class LocationManager {
+ public:
+  virtual ~LocationManager() = default;
+  LocationManager() = default;
+  LocationManager(const LocationManager&) = delete;
+  LocationManager& operator=(const LocationManager&) = delete;
+  virtual void requestAlwaysAuthorization() = 0;
+  // The last known fix, absent when there is none.
+  virtual std::optional<Coordinate> location() = 0;
+};
+class LocationServices {
+ public:
+  virtual ~LocationServices() = default;
+  LocationServices() = default;
+  LocationServices(const LocationServices&) = delete;
+  LocationServices& operator=(const LocationServices&) = delete;
+  // A new location manager (the phone's plain initialiser).
+  virtual std::unique_ptr<LocationManager> makeLocationManager() = 0;
+};
+
+// AdSupport.
+class AdvertisingIdentifierManager {
+ public:
+  virtual ~AdvertisingIdentifierManager() = default;
+  AdvertisingIdentifierManager() = default;
+  AdvertisingIdentifierManager(const AdvertisingIdentifierManager&) = delete;
+  AdvertisingIdentifierManager& operator=(const AdvertisingIdentifierManager&) = delete;
+  virtual bool isAdvertisingTrackingEnabled() = 0;
+  // Canonical UUID text (upper-case hex, 8-4-4-4-12).
+  virtual std::string advertisingIdentifier() = 0;
+};
+
+class Clock {
+ public:
+  virtual ~Clock() = default;
+  Clock() = default;
+  Clock(const Clock&) = delete;
+  Clock& operator=(const Clock&) = delete;
+  // Seconds since 1970-01-01 00:00:00 UTC.
+  virtual double timeIntervalSince1970() = 0;
+};
+
+// One provider per service. The pointers are never null and the providers live for the process.
+struct Services {
+  Console* console;
+  MainBundle* mainBundle;
+  KitBundle* kitBundle;
+  PropertyListReader* propertyLists;
+  UserDefaultsStore* userDefaults;
+  URLSession* urlSession;
+  CurrentDevice* device;
+  MainScreen* screen;
+  ProcessInfo* processInfo;
+  SystemInfo* system;
+  Telephony* telephony;
+  LocationServices* location;
+  AdvertisingIdentifierManager* advertising;
+  Clock* clock;
+};
+
+// The providers in force: the defaults, or what a test installed. Any thread.
+const Services& services();
+// The Linux providers, created on first use.
+const Services& defaultServices();
+
+inline Console& console() { return *services().console; }
+inline MainBundle& mainBundle() { return *services().mainBundle; }
+inline KitBundle& kitBundle() { return *services().kitBundle; }
+inline PropertyListReader& propertyLists() { return *services().propertyLists; }
+inline UserDefaultsStore& userDefaults() { return *services().userDefaults; }
+inline URLSession& urlSession() { return *services().urlSession; }
+inline CurrentDevice& currentDevice() { return *services().device; }
+inline MainScreen& mainScreen() { return *services().screen; }
+inline ProcessInfo& processInfo() { return *services().processInfo; }
+inline SystemInfo& systemInfo() { return *services().system; }
+inline Telephony& telephony() { return *services().telephony; }
+inline LocationServices& locationServices() { return *services().location; }
+inline AdvertisingIdentifierManager& advertisingIdentifierManager() { return *services().advertising; }
+inline Clock& clock() { return *services().clock; }
+
+namespace internal {
+// Installs `services` (owned by the caller, alive until replaced) or, with null, the defaults.
+// Used only by the testing seam (platform/testing/ScopedServices.h).
+void installServices(const Services* services);
+}  // namespace internal
+
+}  // namespace platform

@@ -1,0 +1,92 @@
+// HTTP requests and the process-wide URL session (libcurl multi on one background thread).
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/Bytes.h"
+#include "platform/Error.h"
+#include "platform/Url.h"
+
+namespace platform {
+
+// Header fields in the order they were first added. Names compare without regard to case.
+class HeaderFields {
+ public:
+  // Appends `value` to the field's existing value after a comma ("a,b"), or adds the field.
+  void addValue(std::string_view value, std::string_view field);
+  // Replaces the field's value, or adds the field.
+  void setValue(std::string_view value, std::string_view field);
+  std::optional<std::string> value(std::string_view field) const;
+  const std::vector<std::pair<std::string, std::string>>& fields() const { return fields_; }
+  bool empty() const { return fields_.empty(); }
+
+ private:
+  std::vector<std::pair<std::string, std::string>> fields_;
+};
+
+enum class CachePolicy { useProtocolCachePolicy = 0, reloadIgnoringLocalCacheData = 1 };
+
+struct URLRequest {
+  explicit URLRequest(Url u, CachePolicy policy = CachePolicy::useProtocolCachePolicy,
+                      std::chrono::duration<double> timeout = std::chrono::seconds(60))
+      : url(std::move(u)), cachePolicy(policy), timeoutInterval(timeout) {}
+
+  Url url;
+  CachePolicy cachePolicy;
+  std::chrono::duration<double> timeoutInterval;
+  std::string httpMethod = "GET";
+  HeaderFields allHTTPHeaderFields;
+  std::optional<Bytes> httpBody;
+
+  void addValue(std::string_view value, std::string_view field) {
+    allHTTPHeaderFields.addValue(value, field);
+  }
+};
+
+// What a completed exchange answered. `statusCode` is present only for HTTP responses.
+struct URLResponse {
+  std::string url;
+  std::optional<int> statusCode;
+  std::vector<std::pair<std::string, std::string>> headerFields;
+};
+
+struct HTTPURLResponse {
+  int statusCode = 0;
+  std::string url;
+  // Response header fields in arrival order; a repeated field joined with ", ".
+  std::vector<std::pair<std::string, std::string>> allHeaderFields;
+};
+
+// The HTTP view of a response; absent when the response is not an HTTP response.
+std::optional<HTTPURLResponse> asHTTPURLResponse(const std::optional<URLResponse>& response);
+
+using DataTaskCompletion = std::function<void(std::optional<Bytes> body,
+                                              std::optional<URLResponse> response,
+                                              std::optional<Error> error)>;
+
+class URLSession {
+ public:
+  virtual ~URLSession() = default;
+  URLSession() = default;
+  URLSession(const URLSession&) = delete;
+  URLSession& operator=(const URLSession&) = delete;
+
+  // Starts the exchange at once ("resume"). Any thread; never blocks on the network.
+  // `completion` runs exactly once, on the session's background thread, never on the caller's:
+  // (body, response, no error) when an answer arrived (an empty body is a body), or
+  // (no body, no response, transport error). A header field whose name or value holds CR, LF or
+  // NUL is not sent (the request goes out without it).
+  virtual void dataTask(URLRequest request, DataTaskCompletion completion) = 0;
+
+  // Waits until every task started before the call has completed (its completion has returned),
+  // or until `limit` passes. True when idle. For hosts and tests; the kit never waits.
+  virtual bool waitUntilIdle(std::chrono::milliseconds limit) = 0;
+};
+
+}  // namespace platform

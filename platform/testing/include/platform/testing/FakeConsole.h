@@ -1,0 +1,42 @@
+// A console that records every piece written, for asserting the kit's exact output.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/Console.h"
+
+namespace platform::testing {
+
+class FakeConsole final : public Console {
+ public:
+  void write(std::string_view text) override {
+    std::lock_guard lock(mutex_);
+    pieces_.emplace_back(text);
+  }
+  // Every piece in write order.
+  std::vector<std::string> pieces() const {
+    std::lock_guard lock(mutex_);
+    return pieces_;
+  }
+  // All pieces concatenated.
+  std::string text() const {
+    std::lock_guard lock(mutex_);
+    std::string all;
+    for (const auto& p : pieces_) all += p;
+    return all;
+  }
+  // Pieces that are one diagnostic line each, without their line feed.
+  std::vector<std::string> lines() const;
+  void clear() {
+    std::lock_guard lock(mutex_);
+    pieces_.clear();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> pieces_;  // guarded by mutex_
+};
+
+}  // namespace platform::testing

@@ -1,0 +1,27 @@
+// The test seam: installs fakes for some platform services for the life of a scope, then restores
+// what was in force before. Install before starting threads that use the kit; uninstall after they
+// have finished (wait for the URL session to go idle).
+#pragma once
+
+#include <functional>
+
+#include "platform/Services.h"
+
+namespace platform::testing {
+
+class ScopedServices {
+ public:
+  // `change` edits a copy of the services in force; the copy is installed.
+  explicit ScopedServices(const std::function<void(Services&)>& change);
+  ~ScopedServices();
+  ScopedServices(const ScopedServices&) = delete;
+  ScopedServices& operator=(const ScopedServices&) = delete;
+
+  const Services& installed() const { return mine_; }
+
+ private:
+  const Services* previous_;
+  Services mine_;
+};
+
+}  // namespace platform::testing

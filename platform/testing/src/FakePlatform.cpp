@@ -1,0 +1,127 @@
+#include "platform/testing/FakePlatform.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/testing/FakeConsole.h"
+
+namespace platform::testing {
+namespace {
+
+class InMemorySuite final : public UserDefaultsSuite {
+ public:
+  std::optional<PropertyValue> object(std::string_view key) override {
+    std::lock_guard lock(mutex_);
+    auto it = values_.find(key);
+    if (it == values_.end()) return std::nullopt;
+    return it->second;
+  }
+  void set(std::string_view key, const PropertyValue& value) override {
+    std::lock_guard lock(mutex_);
+    values_.insert_or_assign(std::string(key), value);
+  }
+  void remove(std::string_view key) override {
+    std::lock_guard lock(mutex_);
+    auto it = values_.find(key);
+    if (it != values_.end()) values_.erase(it);
+  }
+  std::map<std::string, PropertyValue> dictionaryRepresentation() override {
+    std::lock_guard lock(mutex_);
+    return {values_.begin(), values_.end()};
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, PropertyValue, std::less<>> values_;  // guarded by mutex_
+};
+
+class FakeLocationManager final : public LocationManager {
+ public:
+  explicit FakeLocationManager(FakeLocationServices& owner) : owner_(owner) {}
+  void requestAlwaysAuthorization() override { ++owner_.authorizationRequests; }
+  std::optional<Coordinate> location() override { return owner_.fix; }
+
+ private:
+  FakeLocationServices& owner_;
+};
+
+}  // namespace
+
+std::vector<std::string> FakeConsole::lines() const {
+  std::vector<std::string> out;
+  for (const auto& piece : pieces()) {
+    if (!piece.empty() && piece.back() == '\n') out.push_back(piece.substr(0, piece.size() - 1));
+  }
+  return out;
+}
+
+std::optional<std::string> FakeMainBundle::pathForResource(std::string_view name,
+                                                           std::string_view type) {
+  auto it = resources.find(std::string(name) + "." + std::string(type));
+  if (it == resources.end()) return std::nullopt;
+  return it->second;
+}
+
+std::optional<std::string> FakeMainBundle::bundleIdentifier() {
+  if (!info) return std::nullopt;
+  auto it = info->find("CFBundleIdentifier");
+  if (it == info->end() || it->second.string() == nullptr) return std::nullopt;
+  return *it->second.string();
+}
+
+std::optional<PropertyValue> FakeKitBundle::objectForInfoDictionaryKey(std::string_view key) {
+  auto it = entries.find(std::string(key));
+  if (it == entries.end()) return std::nullopt;
+  return it->second;
+}
+
+std::shared_ptr<UserDefaultsSuite> InMemoryUserDefaults::suite(std::string_view suiteName) {
+  std::lock_guard lock(mutex_);
+  opened_.emplace_back(suiteName);
+  if (std::find(refused_.begin(), refused_.end(), suiteName) != refused_.end()) return nullptr;
+  auto it = suites_.find(suiteName);
+  if (it == suites_.end()) {
+    it = suites_.emplace(std::string(suiteName), std::make_shared<InMemorySuite>()).first;
+  }
+  return it->second;
+}
+
+void InMemoryUserDefaults::refuse(std::string suiteName) {
+  std::lock_guard lock(mutex_);
+  refused_.push_back(std::move(suiteName));
+}
+
+std::vector<std::string> InMemoryUserDefaults::openedSuiteNames() const {
+  std::lock_guard lock(mutex_);
+  return opened_;
+}
+
+std::optional<std::string> FakeProcessInfo::environment(std::string_view name) {
+  auto it = env.find(name);
+  if (it == env.end()) return std::nullopt;
+  return it->second;
+}
+
+void FakeSystemInfo::setMachine(std::string_view text) {
+  machine.fill(0);
+  std::memcpy(machine.data(), text.data(), std::min(text.size(), machine.size()));
+}
+
+std::optional<std::map<VolumeCapacityKey, VolumeValue>> FakeSystemInfo::volumeCapacities(
+    const std::string&, const std::vector<VolumeCapacityKey>& keys) {
+  queries.push_back(keys);
+  if (!volumes) return std::nullopt;
+  std::map<VolumeCapacityKey, VolumeValue> answer;
+  for (auto key : keys) {
+    auto it = volumes->find(key);
+    if (it != volumes->end()) answer.insert(*it);
+  }
+  return answer;
+}
+
+std::unique_ptr<LocationManager> FakeLocationServices::makeLocationManager() {
+  ++managersMade;
+  return std::make_unique<FakeLocationManager>(*this);
+}
+
+}  // namespace platform::testing

@@ -1,0 +1,70 @@
+// The request vocabulary of the service's API: methods, endpoints and the immutable request record.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "platform/Bytes.h"
+#include "platform/Url.h"
+
+namespace zelnora_core {
+
+enum class HTTPMethod { get, post, put, delete_ };
+
+std::string_view rawValue(HTTPMethod method);
+// Exact, case-sensitive match of "GET", "POST", "PUT", "DELETE".
+std::optional<HTTPMethod> httpMethodFromRawValue(std::string_view raw);
+
+enum class APIEndpoint {
+  getCampaign,
+  sendTracking,
+  sendAppTracking,
+  sendPollAnswers,
+  registerInVqx,
+  unregisterInVqx,
+  vqxCallback,
+};
+
+// The endpoint's path relative to its base URL ("/tracker/app").
+std::string_view rawValue(APIEndpoint endpoint);
+std::optional<APIEndpoint> apiEndpointFromRawValue(std::string_view raw);
+// The base URL (read once per process from the stored host-bundle configuration) + raw path.
+std::string urlString(APIEndpoint endpoint);
+
+// A query parameter's value; sent as its textual form.
+using ParameterValue = std::variant<std::string, std::int64_t, bool, double>;
+
+class APIRequest {
+ public:
+  APIRequest(APIEndpoint endpoint, HTTPMethod method,
+             std::optional<std::map<std::string, std::string>> path,
+             std::optional<std::map<std::string, ParameterValue>> parameters,
+             std::optional<std::map<std::string, std::string>> headers,
+             std::optional<platform::Bytes> body);
+
+  APIEndpoint endpoint() const { return endpoint_; }
+  HTTPMethod method() const { return method_; }
+  const std::optional<std::map<std::string, std::string>>& path() const { return path_; }
+  const std::optional<std::map<std::string, ParameterValue>>& parameters() const {
+    return parameters_;
+  }
+  const std::optional<std::map<std::string, std::string>>& headers() const { return headers_; }
+  const std::optional<platform::Bytes>& body() const { return body_; }
+
+  // The absolute URL to call; absent when none can be formed ("Invalid URL").
+  std::optional<platform::Url> url() const;
+
+ private:
+  APIEndpoint endpoint_;
+  HTTPMethod method_;
+  std::optional<std::map<std::string, std::string>> path_;
+  std::optional<std::map<std::string, ParameterValue>> parameters_;
+  std::optional<std::map<std::string, std::string>> headers_;
+  std::optional<platform::Bytes> body_;
+};
+
+}  // namespace zelnora_core

@@ -1,0 +1,31 @@
+// Sends one APIRequest with the kit's header set, dumps the exchange, classifies the outcome.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "platform/Bytes.h"
+#include "platform/Error.h"
+#include "platform/UrlSession.h"
+#include "zelnora_core/APIRequest.h"
+
+namespace zelnora_core {
+
+using APICompletion = std::function<void(std::optional<platform::Bytes> body,
+                                         std::optional<platform::HTTPURLResponse> response,
+                                         std::optional<platform::Error> error)>;
+
+class APIService {
+ public:
+  static APIService& shared();
+  APIService(const APIService&) = delete;
+  APIService& operator=(const APIService&) = delete;
+
+  // Any thread; returns at once. `completion` runs exactly once, on the network thread.
+  void request(const APIRequest& request, APICompletion completion);
+
+ private:
+  APIService() = default;
+};
+
+}  // namespace zelnora_core

@@ -1,0 +1,15 @@
+// The kit's exported version constants (C symbols, as the phone's framework exports them).
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// 1.0
+extern const double zelnora_coreVersionNumber;
+// "@(#)PROGRAM:zelnora_core  PROJECT:zelnora-core-1" followed by a line feed.
+extern const unsigned char zelnora_coreVersionString[];
+
+#ifdef __cplusplus
+}
+#endif

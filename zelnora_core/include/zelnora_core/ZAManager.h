@@ -1,0 +1,63 @@
+// The kit's public entry point: start-up with the application key, state, user id, custom headers
+// and the location permission request.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace platform {
+class LocationManager;
+}
+
+namespace zelnora_core {
+
+class ZAManager {
+ public:
+  // The one instance (the same object as `data`). Any thread may touch it first.
+  static ZAManager& sharedInstance();
+
+  ZAManager(const ZAManager&) = delete;
+  ZAManager& operator=(const ZAManager&) = delete;
+
+  // Starts the kit: loads the host-bundle configuration (ends the process when it is missing or
+  // incomplete), honours the stored kill switch, and fetches a fresh remote configuration in the
+  // background. `initCompleteCallback` runs once, on the network thread, after a successful fetch.
+  void initialize(const std::string& appKey, std::optional<bool> debugMode = std::nullopt,
+                  std::function<void()> initCompleteCallback = nullptr);
+
+  bool isInitialized() const;
+  bool isDebugMode() const;
+  bool isDisabled() const;
+
+  // Needs an initialised kit; otherwise prints "Sdk was not initialized".
+  void setUserId(const std::string& userId);
+  // Stores the headers sent with every API request, in any state.
+  void setCustomHeaders(const std::map<std::string, std::string>& headers);
+  // Needs an initialised kit; asks for location authorisation at all times.
+  void requestPermission();
+
+ private:
+  friend struct ManagerAccess;
+  ZAManager();
+  ~ZAManager();
+  void handleConfigurationResponse(const std::string& appKey,
+                                   const std::function<void()>& callback, int status,
+                                   const std::optional<std::string>& body);
+
+  std::atomic<bool> initialized_{false};
+  std::atomic<bool> sdkDisabled_{false};
+  std::atomic<bool> debugMode_{false};
+  mutable std::mutex mutex_;  // guards applicationKey_ and locationManager_
+  std::optional<std::string> applicationKey_;
+  std::unique_ptr<platform::LocationManager> locationManager_;
+};
+
+// The module-level constant holding the one instance.
+extern ZAManager& data;
+
+}  // namespace zelnora_core
