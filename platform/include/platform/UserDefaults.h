@@ -40,4 +40,10 @@ class UserDefaultsStore {
   virtual std::shared_ptr<UserDefaultsSuite> suite(std::string_view suiteName) = 0;
 };
 
+// A store keeping one SQLite database per suite in `containerDirectory` (created 0700, files 0600).
+// The default store uses $XDG_DATA_HOME/zelnora/app-groups (~/.local/share/zelnora/app-groups).
+std::unique_ptr<UserDefaultsStore> makeSqliteUserDefaultsStore(std::string containerDirectory);
+// The directory of the default store (the application-group container).
+std::string appGroupContainerDirectory();
+
 }  // namespace platform
