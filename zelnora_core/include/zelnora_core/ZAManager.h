@@ -10,6 +10,9 @@
 #include <optional>
 #include <string>
 
+#include "platform/Bytes.h"
+#include "platform/UrlSession.h"
+
 namespace platform {
 class LocationManager;
 }
@@ -42,12 +45,12 @@ class ZAManager {
   void requestPermission();
 
  private:
-  friend struct ManagerAccess;
   ZAManager();
   ~ZAManager();
   void handleConfigurationResponse(const std::string& appKey,
-                                   const std::function<void()>& callback, int status,
-                                   const std::optional<std::string>& body);
+                                   const std::function<void()>& callback,
+                                   const std::optional<platform::HTTPURLResponse>& http,
+                                   const std::optional<platform::Bytes>& body);
 
   std::atomic<bool> initialized_{false};
   std::atomic<bool> sdkDisabled_{false};

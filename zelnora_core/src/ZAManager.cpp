@@ -1,0 +1,126 @@
+#include "zelnora_core/ZAManager.h"
+
+#include "HostBundleConfig.h"
+#include "TextUtil.h"
+#include "platform/Services.h"
+#include "zelnora_core/ZAPreferencesUtil.h"
+
+namespace zelnora_core {
+namespace {
+
+std::optional<platform::Url> configurationUrl(const ZAPIConfig& apiConfig,
+                                              const std::string& appKey) {
+  return platform::Url::parse(detail::replacingAll(apiConfig.initConfigUrl, "{key}", appKey));
+}
+
+platform::URLRequest configurationRequest(platform::Url url) {
+  platform::URLRequest request(std::move(url), platform::CachePolicy::useProtocolCachePolicy,
+                               std::chrono::seconds(60));
+  request.httpMethod = "GET";
+  request.addValue("application/json", "Accept");
+  return request;
+}
+
+}  // namespace
+
+// Never destroyed: completions on the network thread may still reach it while the process exits.
+ZAManager& ZAManager::sharedInstance() {
+  static ZAManager* const instance = new ZAManager();
+  return *instance;
+}
+
+ZAManager& data = ZAManager::sharedInstance();
+
+ZAManager::ZAManager() = default;
+ZAManager::~ZAManager() = default;
+
+bool ZAManager::isInitialized() const { return initialized_.load(); }
+bool ZAManager::isDebugMode() const { return debugMode_.load(); }
+bool ZAManager::isDisabled() const { return sdkDisabled_.load(); }
+
+void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugMode,
+                           std::function<void()> initCompleteCallback) {
+  if (initialized_) {
+    platform::printLine("Sdk already initialized");
+    return;
+  }
+  debugMode_ = debugMode.value_or(false);
+  {
+    std::lock_guard lock(mutex_);
+    applicationKey_ = appKey;
+  }
+  const ZAPIConfig apiConfig = detail::loadFromBundle();
+  auto url = configurationUrl(apiConfig, appKey);
+  if (debugMode_) ZAPreferencesUtil::deleteConfig();
+
+  if (auto stored = ZAPreferencesUtil::getSdkConfig()) {
+    sdkDisabled_ = stored->kill.value_or(false);
+    if (!sdkDisabled_) initialized_ = true;
+  }
+  if (!url || sdkDisabled_) {
+    platform::printLine("Zelnora Ads sdk disabled");
+    return;
+  }
+
+  platform::urlSession().dataTask(
+      configurationRequest(*url),
+      [this, appKey, callback = std::move(initCompleteCallback)](
+          std::optional<platform::Bytes> body, std::optional<platform::URLResponse> response,
+          std::optional<platform::Error>) {
+        handleConfigurationResponse(appKey, callback, platform::asHTTPURLResponse(response),
+                                    body);
+      });
+}
+
+void ZAManager::handleConfigurationResponse(const std::string& appKey,
+                                            const std::function<void()>& callback,
+                                            const std::optional<platform::HTTPURLResponse>& http,
+                                            const std::optional<platform::Bytes>& body) {
+  // A transport failure or a non-HTTP answer ends here without a word.
+  if (!http) return;
+  if (http->statusCode < 200 || http->statusCode > 299) {
+    if (http->statusCode == 401) {
+      platform::printLine("Application key invalid");
+    } else {
+      ZAPreferencesUtil::deleteConfig();
+      platform::printLine("Error getting configuration");
+    }
+    return;
+  }
+  if (!body) return;
+  auto config = ZAConfig::fromJson(*body);
+  if (!config) {
+    platform::printLine("Error getting configuration");
+    return;
+  }
+  config->zelnoraAdsAppId = appKey;
+  ZAPreferencesUtil::saveConfig(*config);
+  initialized_ = true;
+  platform::printLine("SDK initialized successfully");
+  if (callback) callback();
+}
+
+void ZAManager::setUserId(const std::string& userId) {
+  if (!initialized_) {
+    platform::printLine("Sdk was not initialized");
+    return;
+  }
+  ZAPreferencesUtil::saveUserData(userId);
+}
+
+void ZAManager::setCustomHeaders(const std::map<std::string, std::string>& headers) {
+  ZAPreferencesUtil::saveCustomHeaders(headers);
+}
+
+void ZAManager::requestPermission() {
+  if (!initialized_) {
+    platform::printLine("Sdk was not initialized");
+    return;
+  }
+  auto manager = platform::locationServices().makeLocationManager();
+  std::lock_guard lock(mutex_);
+  locationManager_ = std::move(manager);
+  locationManager_->requestAlwaysAuthorization();
+}
+
+}  // namespace zelnora_core

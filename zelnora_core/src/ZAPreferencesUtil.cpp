@@ -1,0 +1,110 @@
+#include "zelnora_core/ZAPreferencesUtil.h"
+
+#include "PreferencesKeys.h"
+#include "TextUtil.h"
+#include "platform/Services.h"
+
+namespace zelnora_core {
+namespace detail {
+
+std::string suiteNameFor(const std::optional<std::string>& bundleIdentifier) {
+  return "group." + (bundleIdentifier ? hostIdentifier(*bundleIdentifier)
+                                      : std::string(kFallbackOrganizationIdentifier)) +
+         ".za";
+}
+
+}  // namespace detail
+
+namespace {
+
+// Every operation asks the store for the suite anew; the store keeps the connection.
+std::shared_ptr<platform::UserDefaultsSuite> openSuite() {
+  return platform::userDefaults().suite(ZAPreferencesUtil::appGroupSuiteName());
+}
+
+std::optional<platform::Bytes> readBytes(const char* key) {
+  auto suite = openSuite();
+  if (!suite) return std::nullopt;
+  auto value = suite->object(key);
+  if (!value || value->data() == nullptr) return std::nullopt;
+  return *value->data();
+}
+
+template <typename Record>
+std::optional<Record> readRecord(const char* key) {
+  auto bytes = readBytes(key);
+  if (!bytes) return std::nullopt;
+  return Record::fromJson(*bytes);
+}
+
+void store(const char* key, platform::PropertyValue value) {
+  if (auto suite = openSuite()) suite->set(key, value);
+}
+
+void removeKey(const char* key) {
+  if (auto suite = openSuite()) suite->remove(key);
+}
+
+}  // namespace
+
+const std::string& ZAPreferencesUtil::appGroupSuiteName() {
+  static const std::string name = detail::suiteNameFor(platform::mainBundle().bundleIdentifier());
+  return name;
+}
+
+void ZAPreferencesUtil::saveConfig(const ZAConfig& config) {
+  store(detail::kConfigKey, config.toJson());
+}
+
+std::optional<ZAConfig> ZAPreferencesUtil::getSdkConfig() {
+  return readRecord<ZAConfig>(detail::kConfigKey);
+}
+
+void ZAPreferencesUtil::deleteConfig() { removeKey(detail::kConfigKey); }
+
+void ZAPreferencesUtil::saveApiConfig(const ZAPIConfig& apiConfig) {
+  store(detail::kApiConfigKey, apiConfig.toJson());
+}
+
+std::optional<ZAPIConfig> ZAPreferencesUtil::getApiConfig() {
+  return readRecord<ZAPIConfig>(detail::kApiConfigKey);
+}
+
+void ZAPreferencesUtil::saveUserData(const std::string& userId) {
+  ZAUserDataCache record{userId, std::nullopt};
+  auto& advertising = platform::advertisingIdentifierManager();
+  if (advertising.isAdvertisingTrackingEnabled()) {
+    record.advertisingId = advertising.advertisingIdentifier();
+  } else {
+    platform::printLine("Error getting adId");
+  }
+  store(detail::kUserDataKey, record.toJson());
+}
+
+std::optional<ZAUserDataCache> ZAPreferencesUtil::getUserData() {
+  return readRecord<ZAUserDataCache>(detail::kUserDataKey);
+}
+
+std::optional<std::string> ZAPreferencesUtil::getAdId() {
+  auto suite = openSuite();
+  if (!suite) return std::nullopt;
+  auto value = suite->object(detail::kAdIdKey);
+  if (!value || value->string() == nullptr) return std::nullopt;
+  return *value->string();
+}
+
+void ZAPreferencesUtil::saveCustomHeaders(const std::map<std::string, std::string>& headers) {
+  store(detail::kCustomHeadersKey, platform::makeStringDictionary(headers));
+}
+
+std::optional<std::map<std::string, std::string>> ZAPreferencesUtil::getCustomHeaders() {
+  auto suite = openSuite();
+  if (!suite) return std::nullopt;
+  auto value = suite->object(detail::kCustomHeadersKey);
+  if (!value) return std::nullopt;
+  return platform::asStringDictionary(*value);
+}
+
+void ZAPreferencesUtil::removeCustomHeaders() { removeKey(detail::kCustomHeadersKey); }
+
+}  // namespace zelnora_core
