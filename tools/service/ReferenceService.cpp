@@ -1,0 +1,261 @@
+#include "ReferenceService.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+namespace zelnora_tools {
+namespace {
+
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr std::string_view kConfigPrefix = "/config/";
+constexpr std::string_view kCampaignPrefix = "/campaign/v3/";
+const std::string kOkBody = R"({"status":"ok"})";
+
+std::string compactJson(const nlohmann::json& value) {
+  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+ServiceAnswer jsonAnswer(int status, std::string body) {
+  return ServiceAnswer{status, std::move(body), "application/json"};
+}
+
+ServiceAnswer errorAnswer(int status, std::string_view message) {
+  return jsonAnswer(status, compactJson({{"error", message}}));
+}
+
+std::optional<KeyAnswer> keyAnswerFromEntry(const nlohmann::json& entry, std::string* error) {
+  if (!entry.is_object()) {
+    if (error) *error = "each key's entry must be a JSON object";
+    return std::nullopt;
+  }
+  KeyAnswer answer;
+  nlohmann::json members = entry;
+  if (auto status = members.find("status"); status != members.end()) {
+    if (!status->is_number_integer() || *status < 100 || *status > 599) {
+      if (error) *error = "\"status\" must be an integer from 100 to 599";
+      return std::nullopt;
+    }
+    answer.status = status->get<int>();
+    members.erase(status);
+  }
+  if (auto body = members.find("body"); body != members.end()) {
+    if (!body->is_string()) {
+      if (error) *error = "\"body\" must be a string";
+      return std::nullopt;
+    }
+    answer.body = body->get<std::string>();
+  } else {
+    answer.body = compactJson(members);
+  }
+  return answer;
+}
+
+// The method each known path accepts; empty means any method.
+std::optional<std::string_view> methodForPath(std::string_view path) {
+  if (path == "/tracker/app" || path == "/tracker" || path == "/tracker/quiz") return "POST";
+  if (path == "/v2/register" || path == "/v1/unregister" || path == "/v1/device/callback") {
+    return "";
+  }
+  if (path.starts_with(kConfigPrefix) && path.size() > kConfigPrefix.size()) return "GET";
+  if (path.starts_with(kCampaignPrefix) && path.size() > kCampaignPrefix.size()) return "GET";
+  return std::nullopt;
+}
+
+void writeWhole(int fd, std::string_view text) {
+  while (!text.empty()) {
+    ssize_t written = ::write(fd, text.data(), text.size());
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return;
+    }
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+RecordedRequest recordOf(const httplib::Request& request) {
+  RecordedRequest recorded;
+  recorded.method = request.method;
+  recorded.path = request.path;
+  if (auto question = request.target.find('?'); question != std::string::npos) {
+    recorded.query = request.target.substr(question + 1);
+  }
+  for (const auto& [name, value] : request.headers) {
+    // The server library adds these for its own bookkeeping; they were not on the wire.
+    if (name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" ||
+        name == "LOCAL_PORT") {
+      continue;
+    }
+    recorded.headers.emplace_back(name, value);
+  }
+  recorded.body = request.body;
+  return recorded;
+}
+
+}  // namespace
+
+std::optional<KeyRegistry> KeyRegistry::fromJson(std::string_view json, std::string* error) {
+  nlohmann::json document = nlohmann::json::parse(json, nullptr, /*allow_exceptions=*/false);
+  if (document.is_discarded() || !document.is_object()) {
+    if (error) *error = "the registry must be one JSON object";
+    return std::nullopt;
+  }
+  auto keys = document.find("keys");
+  if (keys == document.end() || !keys->is_object()) {
+    if (error) *error = "the registry needs a \"keys\" object";
+    return std::nullopt;
+  }
+  KeyRegistry registry;
+  for (const auto& [key, entry] : keys->items()) {
+    auto answer = keyAnswerFromEntry(entry, error);
+    if (!answer) {
+      if (error) *error = "key \"" + key + "\": " + *error;
+      return std::nullopt;
+    }
+    registry.set(key, std::move(*answer));
+  }
+  return registry;
+}
+
+KeyRegistry KeyRegistry::withDemoKey(const std::string& key) {
+  KeyRegistry registry;
+  registry.set(key, KeyAnswer{200, R"({"nt":"apns","nai":"demo-app","k":false})"});
+  return registry;
+}
+
+KeyAnswer KeyRegistry::answerFor(const std::string& key) const {
+  if (auto found = answers_.find(key); found != answers_.end()) return found->second;
+  return KeyAnswer{401, R"({"error":"unknown application key"})"};
+}
+
+std::optional<std::string> RecordedRequest::header(std::string_view name) const {
+  for (const auto& [field, value] : headers) {
+    if (field.size() == name.size() &&
+        ::strncasecmp(field.data(), name.data(), name.size()) == 0) {
+      return value;
+    }
+  }
+  return std::nullopt;
+}
+
+std::string RecordedRequest::toJsonLine() const {
+  nlohmann::json headerList = nlohmann::json::array();
+  for (const auto& [name, value] : headers) headerList.push_back({name, value});
+  nlohmann::ordered_json line;
+  line["method"] = method;
+  line["path"] = path;
+  line["query"] = query;
+  line["headers"] = std::move(headerList);
+  line["body"] = body;
+  return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+ServiceAnswer answerRequest(const RecordedRequest& request, const KeyRegistry& registry) {
+  auto method = methodForPath(request.path);
+  if (!method) return errorAnswer(404, "no such path");
+  if (!method->empty() && *method != request.method) return errorAnswer(405, "method not allowed");
+  std::string_view path = request.path;
+  if (path.starts_with(kConfigPrefix)) {
+    KeyAnswer answer = registry.answerFor(std::string(path.substr(kConfigPrefix.size())));
+    return jsonAnswer(answer.status, std::move(answer.body));
+  }
+  if (path.starts_with(kCampaignPrefix)) {
+    nlohmann::ordered_json campaign;
+    campaign["zoneId"] = std::string(path.substr(kCampaignPrefix.size()));
+    campaign["campaigns"] = nlohmann::json::array();
+    return jsonAnswer(200, campaign.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  }
+  return jsonAnswer(200, kOkBody);
+}
+
+ReferenceService::ReferenceService(ReferenceServiceOptions options)
+    : options_(std::move(options)),
+      server_(std::make_unique<httplib::Server>()),
+      registry_(options_.registry) {}
+
+ReferenceService::~ReferenceService() { stop(); }
+
+int ReferenceService::start() {
+  if (serverThread_.joinable()) return -1;
+  server_->set_payload_max_length(options_.maxBodyBytes);
+  // Short keep-alive so that stop() does not wait long on idle client connections.
+  server_->set_keep_alive_timeout(1);
+  auto route = [this](const httplib::Request& request, httplib::Response& response) {
+    ServiceAnswer answer;
+    handle(recordOf(request), answer);
+    response.status = answer.status;
+    response.set_content(answer.body, answer.contentType.c_str());
+  };
+  server_->Get(".*", route);
+  server_->Post(".*", route);
+  server_->Put(".*", route);
+  server_->Delete(".*", route);
+  server_->Patch(".*", route);
+  server_->Options(".*", route);
+
+  if (options_.port == 0) {
+    port_ = server_->bind_to_any_port(kLoopback);
+  } else {
+    port_ = server_->bind_to_port(kLoopback, options_.port) ? options_.port : -1;
+  }
+  if (port_ <= 0) {
+    port_ = -1;
+    return -1;
+  }
+  serverThread_ = std::thread([this] { server_->listen_after_bind(); });
+  return port_;
+}
+
+void ReferenceService::stop() {
+  if (!serverThread_.joinable()) return;
+  server_->stop();
+  serverThread_.join();
+}
+
+std::string ReferenceService::baseUrl() const {
+  return std::string("http://") + kLoopback + ":" + std::to_string(port_);
+}
+
+void ReferenceService::setKeyAnswer(const std::string& key, KeyAnswer answer) {
+  std::lock_guard lock(mutex_);
+  registry_.set(key, std::move(answer));
+}
+
+std::vector<RecordedRequest> ReferenceService::received() const {
+  std::lock_guard lock(mutex_);
+  return received_;
+}
+
+bool ReferenceService::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
+  std::unique_lock lock(mutex_);
+  return receivedChanged_.wait_for(lock, limit, [&] { return received_.size() >= count; });
+}
+
+void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& answer) {
+  {
+    std::lock_guard lock(mutex_);
+    answer = answerRequest(request, registry_);
+  }
+  record(request);
+}
+
+void ReferenceService::record(const RecordedRequest& request) {
+  std::string line = request.toJsonLine() + "\n";
+  {
+    std::lock_guard lock(mutex_);
+    if (!options_.requestLogPath.empty()) {
+      std::ofstream log(options_.requestLogPath, std::ios::app | std::ios::binary);
+      log << line;
+    }
+    if (options_.printRequests) writeWhole(STDOUT_FILENO, line);
+    received_.push_back(request);
+  }
+  receivedChanged_.notify_all();
+}
+
+}  // namespace zelnora_tools

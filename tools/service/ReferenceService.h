@@ -1,0 +1,141 @@
+// A loopback HTTP server that answers like the kit's service and records every request it gets:
+// used by the demo, the integration tests, the benchmarks and the `zelnora-service` executable.
+//
+// Paths it answers (any other path: 404):
+//   GET  /config/{key}            the configuration endpoint; the host bundle's INIT_CONFIG is
+//                                 "http://127.0.0.1:PORT/config/{key}". Answers from the key registry.
+//   POST /tracker/app, /tracker, /tracker/quiz        200 {"status":"ok"}
+//   GET  /campaign/v3/{zoneId}                         200 {"zoneId":"<zoneId>","campaigns":[]}
+//   any  /v2/register, /v1/unregister, /v1/device/callback   200 {"status":"ok"}
+// A known path asked with another method answers 405. Bodies above `maxBodyBytes` are refused by the
+// server library with 413 before any handler runs (such requests are not recorded).
+//
+// Key registry (JSON):
+//   {"keys": {"demo-key": {"nt": "apns", "nai": "demo-app", "k": false},
+//             "boom":     {"status": 500},
+//             "junk":     {"body": "not json"}}}
+// An entry's "status" (default 200) is the answer's status; its "body", when present, is sent as it
+// stands; otherwise the body is the entry's other members as compact JSON ({"nt":..,"nai":..,"k":..}).
+// A key that is not in the registry answers 401 {"error":"unknown application key"}.
+//
+// Recorded requests are JSON lines:
+//   {"method":"POST","path":"/tracker/app","query":"a=1","headers":[["Accept","*/*"],...],"body":"..."}
+// Headers come in the order the server library keeps them (by name, case-insensitively; a
+// repeated field in arrival order). A body that is not UTF-8 is written with U+FFFD replacements.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace httplib {
+class Server;
+}
+
+namespace zelnora_tools {
+
+// What the configuration endpoint answers for one key.
+struct KeyAnswer {
+  int status = 200;
+  std::string body;
+
+  bool operator==(const KeyAnswer&) const = default;
+};
+
+// The per-key answers of the configuration endpoint.
+class KeyRegistry {
+ public:
+  // Parses the registry format above; absent (with `error` filled when given) on malformed input.
+  static std::optional<KeyRegistry> fromJson(std::string_view json, std::string* error = nullptr);
+  // A registry with one usable key: {"nt":"apns","nai":"demo-app","k":false}.
+  static KeyRegistry withDemoKey(const std::string& key);
+
+  void set(const std::string& key, KeyAnswer answer) { answers_[key] = std::move(answer); }
+  // The answer for `key`: its entry, or 401 for an unknown key.
+  KeyAnswer answerFor(const std::string& key) const;
+
+ private:
+  std::map<std::string, KeyAnswer> answers_;
+};
+
+struct RecordedRequest {
+  std::string method;
+  std::string path;
+  std::string query;  // the raw query text after "?", empty when there is none
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+
+  // The value of the first header named `name` (compared without regard to case).
+  std::optional<std::string> header(std::string_view name) const;
+  // The compact JSON line described above (without the line feed).
+  std::string toJsonLine() const;
+};
+
+// The answer to one request.
+struct ServiceAnswer {
+  int status = 200;
+  std::string body;
+  std::string contentType = "application/json";
+};
+
+// Routes one request to its answer (pure: the registry is the only input besides the request).
+ServiceAnswer answerRequest(const RecordedRequest& request, const KeyRegistry& registry);
+
+struct ReferenceServiceOptions {
+  KeyRegistry registry;
+  int port = 0;                 // 0: any free port
+  std::string requestLogPath;   // append one JSON line per request; empty: no file
+  bool printRequests = false;   // also write each JSON line to standard output
+  std::size_t maxBodyBytes = 16 * 1024 * 1024;
+};
+
+class ReferenceService {
+ public:
+  explicit ReferenceService(ReferenceServiceOptions options);
+  ~ReferenceService();  // stops the server
+  ReferenceService(const ReferenceService&) = delete;
+  ReferenceService& operator=(const ReferenceService&) = delete;
+
+  // Binds 127.0.0.1 and serves on a background thread; connections are accepted once it returns.
+  // The bound port, or -1 when the port cannot be bound (or the service was already started).
+  int start();
+  // Stops serving and joins the server thread. Idempotent.
+  void stop();
+
+  int port() const { return port_; }
+  // "http://127.0.0.1:PORT"
+  std::string baseUrl() const;
+
+  // Replaces the answer for one key while the service runs. Any thread.
+  void setKeyAnswer(const std::string& key, KeyAnswer answer);
+
+  // Every request received so far, in arrival order. Any thread.
+  std::vector<RecordedRequest> received() const;
+  // Waits until at least `count` requests were received or `limit` passed; true when they were.
+  bool waitForRequests(std::size_t count, std::chrono::milliseconds limit) const;
+
+ private:
+  void handle(const RecordedRequest& request, ServiceAnswer& answer);
+  void record(const RecordedRequest& request);
+
+  ReferenceServiceOptions options_;
+  std::unique_ptr<httplib::Server> server_;
+  std::thread serverThread_;
+  int port_ = -1;
+
+  mutable std::mutex mutex_;  // guards registry_, received_ and the log file
+  mutable std::condition_variable receivedChanged_;
+  KeyRegistry registry_;
+  std::vector<RecordedRequest> received_;
+};
+
+}  // namespace zelnora_tools
