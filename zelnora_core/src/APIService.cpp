@@ -1,0 +1,124 @@
+#include "zelnora_core/APIService.h"
+
+#include <cctype>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "APIServiceDetail.h"
+#include "TrafficLog.h"
+#include "platform/Console.h"
+#include "platform/Services.h"
+#include "zelnora_core/ZAPreferencesUtil.h"
+
+namespace zelnora_core {
+namespace {
+
+void addIfSendable(platform::URLRequest& request, std::string_view value, std::string_view name) {
+  if (detail::isSendableHeaderField(name, value)) request.addValue(value, name);
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i]))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Our HTTP stack sends "Host" and "Content-Length" exactly as given and frames the body by them,
+// so a custom header must not extend them (the phone's session ignores these names as well).
+bool isMessageFramingHeader(std::string_view name) {
+  return equalsIgnoringCase(name, "Host") || equalsIgnoringCase(name, "Content-Length") ||
+         equalsIgnoringCase(name, "Transfer-Encoding");
+}
+
+// A request that cannot be formed sends nothing; its completion still runs exactly once, and,
+// like every other completion, never on the caller's thread (a caller holding a lock that its
+// completion also takes must not deadlock), so it gets a short-lived thread of its own.
+void completeWithInvalidUrl(APICompletion completion) {
+  platform::printLine("Invalid URL");
+  std::thread([completion = std::move(completion)] {
+    completion(std::nullopt, std::nullopt, detail::invalidUrlError());
+  }).detach();
+}
+
+}  // namespace
+
+APIService& APIService::shared() {
+  static APIService instance;
+  return instance;
+}
+
+void APIService::request(const APIRequest& request, APICompletion completion) {
+  std::optional<platform::Url> url = request.url();
+  std::optional<platform::URLRequest> urlRequest;
+  if (url) {
+    urlRequest = detail::makeURLRequest(request, *url, ZAPreferencesUtil::getSdkConfig(),
+                                        ZAPreferencesUtil::getCustomHeaders());
+  }
+  if (!urlRequest) {
+    completeWithInvalidUrl(std::move(completion));
+    return;
+  }
+  detail::logRequest(*urlRequest);
+  platform::urlSession().dataTask(
+      std::move(*urlRequest),
+      [completion = std::move(completion)](std::optional<platform::Bytes> body,
+                                           std::optional<platform::URLResponse> response,
+                                           std::optional<platform::Error> error) {
+        std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
+        detail::logResponse(http, body, error);
+        detail::Outcome outcome =
+            detail::classifyOutcome(std::move(body), std::move(http), std::move(error));
+        completion(std::move(outcome.body), std::move(outcome.response), std::move(outcome.error));
+      });
+}
+
+namespace detail {
+
+platform::Error invalidUrlError() {
+  return platform::Error{platform::kURLErrorDomain, platform::kURLErrorBadURL, std::nullopt};
+}
+
+std::optional<platform::URLRequest> makeURLRequest(
+    const APIRequest& request, const platform::Url& url, const std::optional<ZAConfig>& config,
+    const std::optional<std::map<std::string, std::string>>& customHeaders) {
+  std::optional<std::string> host = url.host();
+  if (!host) return std::nullopt;
+  platform::URLRequest out(url, platform::CachePolicy::useProtocolCachePolicy,
+                           std::chrono::seconds(60));
+  out.httpMethod = std::string(rawValue(request.method()));
+  out.addValue("application/json; charset=UTF-8", "Content-Type");
+  out.addValue("*/*", "Accept");
+  out.addValue(request.body() ? std::to_string(request.body()->size()) : "0", "Content-Length");
+  addIfSendable(out, *host, "Host");
+  if (config && config->zelnoraAdsAppId) {
+    addIfSendable(out, *config->zelnoraAdsAppId, "X-ZELNORA-CHANNEL-UUID");
+  }
+  if (customHeaders) {
+    for (const auto& [name, value] : *customHeaders) {
+      if (!isMessageFramingHeader(name)) addIfSendable(out, value, name);
+    }
+  }
+  out.httpBody = request.body();
+  return out;
+}
+
+Outcome classifyOutcome(std::optional<platform::Bytes> body,
+                        std::optional<platform::HTTPURLResponse> response,
+                        std::optional<platform::Error> error) {
+  if (error) return {std::nullopt, std::nullopt, std::move(error)};
+  if (!body) return {std::nullopt, std::nullopt, platform::Error{"Data", -1, std::nullopt}};
+  if (response && response->statusCode >= 200 && response->statusCode <= 299) {
+    return {std::move(body), std::move(response), std::nullopt};
+  }
+  const int status = response ? response->statusCode : -1;
+  return {std::nullopt, std::nullopt, platform::Error{"StatusCode", status, std::nullopt}};
+}
+
+}  // namespace detail
+}  // namespace zelnora_core

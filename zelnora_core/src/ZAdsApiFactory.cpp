@@ -1,0 +1,18 @@
+#include "zelnora_core/ZAdsApiFactory.h"
+
+#include <utility>
+
+#include "zelnora_core/APIService.h"
+
+namespace zelnora_core {
+
+void ZAdsApiFactory::sendAppTracking(const APIRequest& request, TrackingCompletion completion) {
+  APIService::shared().request(
+      request, [completion = std::move(completion)](std::optional<platform::Bytes>,
+                                                    std::optional<platform::HTTPURLResponse> response,
+                                                    std::optional<platform::Error> error) {
+        completion(std::move(response), std::move(error));
+      });
+}
+
+}  // namespace zelnora_core
