@@ -1,0 +1,189 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <plist/plist.h>
+
+#include "LinuxProviders.h"
+#include "PlistCodec.h"
+#include "platform/PropertyListReader.h"
+
+namespace platform {
+namespace {
+
+using detail::kMaxPropertyListBytes;
+
+struct PlistFree {
+  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
+};
+using PlistNode = std::unique_ptr<void, PlistFree>;
+
+struct MallocFree {
+  void operator()(void* memory) const { std::free(memory); }
+};
+
+std::optional<PropertyValue> convert(plist_t node);
+
+std::optional<PropertyValue> convertDictionary(plist_t node) {
+  PropertyDictionary dictionary;
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(node, &iterator);
+  const std::unique_ptr<void, MallocFree> iteratorGuard(iterator);
+  while (true) {
+    char* rawKey = nullptr;
+    plist_t item = nullptr;
+    plist_dict_next_item(node, iterator, &rawKey, &item);
+    const std::unique_ptr<char, MallocFree> key(rawKey);
+    if (item == nullptr) break;
+    if (key == nullptr) return std::nullopt;
+    std::optional<PropertyValue> value = convert(item);
+    if (!value) return std::nullopt;
+    dictionary.insert_or_assign(key.get(), std::move(*value));
+  }
+  std::optional<PropertyValue> result(std::in_place);
+  result->value.emplace<PropertyDictionary>(std::move(dictionary));
+  return result;
+}
+
+std::optional<PropertyValue> convertArray(plist_t node) {
+  PropertyArray array;
+  const std::uint32_t size = plist_array_get_size(node);
+  array.reserve(size);
+  for (std::uint32_t i = 0; i < size; ++i) {
+    std::optional<PropertyValue> value = convert(plist_array_get_item(node, i));
+    if (!value) return std::nullopt;
+    array.push_back(std::move(*value));
+  }
+  return PropertyValue(std::move(array));
+}
+
+std::optional<PropertyValue> convertString(plist_t node) {
+  char* raw = nullptr;
+  plist_get_string_val(node, &raw);
+  const std::unique_ptr<char, MallocFree> text(raw);
+  if (text == nullptr) return std::nullopt;
+  return PropertyValue(std::string(text.get()));
+}
+
+std::optional<PropertyValue> convertData(plist_t node) {
+  char* raw = nullptr;
+  std::uint64_t length = 0;
+  plist_get_data_val(node, &raw, &length);
+  const std::unique_ptr<char, MallocFree> bytes(raw);
+  if (bytes == nullptr) return PropertyValue(Bytes{});
+  const auto* begin = reinterpret_cast<const std::uint8_t*>(bytes.get());
+  return PropertyValue(Bytes(begin, begin + length));
+}
+
+std::optional<PropertyValue> convertScalar(plist_t node, plist_type type) {
+  switch (type) {
+    case PLIST_BOOLEAN: {
+      std::uint8_t flag = 0;
+      plist_get_bool_val(node, &flag);
+      return PropertyValue(flag != 0);
+    }
+    case PLIST_UINT: {
+      std::uint64_t number = 0;
+      plist_get_uint_val(node, &number);
+      return PropertyValue(static_cast<std::int64_t>(number));
+    }
+    case PLIST_REAL: {
+      double number = 0;
+      plist_get_real_val(node, &number);
+      return PropertyValue(number);
+    }
+    case PLIST_DATE: {
+      std::int32_t seconds = 0, microseconds = 0;
+      plist_get_date_val(node, &seconds, &microseconds);
+      return PropertyValue(PropertyDate{seconds + microseconds / 1e6});
+    }
+    default:
+      return std::nullopt;
+  }
+}
+
+// Recursion is bounded: only graphs that passed the depth checks reach libplist.
+std::optional<PropertyValue> convert(plist_t node) {
+  if (node == nullptr) return std::nullopt;
+  const plist_type type = plist_get_node_type(node);
+  switch (type) {
+    case PLIST_DICT: return convertDictionary(node);
+    case PLIST_ARRAY: return convertArray(node);
+    case PLIST_STRING: return convertString(node);
+    case PLIST_DATA: return convertData(node);
+    default: return convertScalar(node, type);
+  }
+}
+
+bool isBinaryPropertyList(std::string_view bytes) { return bytes.starts_with("bplist00"); }
+
+PlistNode parseWithinBounds(std::string_view bytes) {
+  plist_t root = nullptr;
+  const auto length = static_cast<std::uint32_t>(bytes.size());
+  if (isBinaryPropertyList(bytes)) {
+    if (!detail::binaryPropertyListWithinBounds(bytes)) return nullptr;
+    plist_from_bin(bytes.data(), length, &root);
+  } else {
+    if (!detail::xmlPropertyListWithinBounds(bytes)) return nullptr;
+    plist_from_xml(bytes.data(), length, &root);
+  }
+  return PlistNode(root);
+}
+
+// The whole regular file at `path`, absent when it is missing, unreadable or too large (also when
+// it grows past the bound while being read).
+std::optional<std::string> readSmallFile(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return std::nullopt;
+  struct stat info {};
+  std::optional<std::string> content;
+  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
+      static_cast<std::uint64_t>(info.st_size) <= kMaxPropertyListBytes) {
+    content.emplace();
+    char chunk[16384];
+    while (content && content->size() <= kMaxPropertyListBytes) {
+      const ssize_t n = ::read(fd, chunk, sizeof chunk);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) content.reset();
+      if (n <= 0) break;
+      content->append(chunk, static_cast<std::size_t>(n));
+    }
+    if (content && content->size() > kMaxPropertyListBytes) content.reset();
+  }
+  ::close(fd);
+  return content;
+}
+
+class LibplistReader final : public PropertyListReader {
+ public:
+  std::optional<PropertyValue> readFile(const std::string& path) override {
+    const std::optional<std::string> bytes = readSmallFile(path);
+    if (!bytes) return std::nullopt;
+    return parsePropertyList(*bytes);
+  }
+};
+
+}  // namespace
+
+std::optional<PropertyValue> parsePropertyList(std::string_view bytes) {
+  if (bytes.empty() || bytes.size() > kMaxPropertyListBytes) return std::nullopt;
+  const PlistNode root = parseWithinBounds(bytes);
+  return convert(root.get());
+}
+
+namespace linux_provider {
+PropertyListReader& propertyListReader() {
+  static LibplistReader reader;
+  return reader;
+}
+}  // namespace linux_provider
+
+}  // namespace platform
