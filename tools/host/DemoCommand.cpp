@@ -1,0 +1,107 @@
+// demo: a guided host session against an in-process reference service, with no set-up and no
+// network beyond loopback. It keeps the kit's stored state in a temporary directory.
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "HostBundle.h"
+#include "HostSession.h"
+#include "ReferenceService.h"
+#include "platform/Bundle.h"
+#include "platform/Console.h"
+#include "platform/Services.h"
+
+namespace zelnora_host {
+namespace {
+
+constexpr std::string_view kDemoKey = "demo-key";
+
+// The session the demo walks through; "#" lines are narration.
+constexpr std::string_view kDemoScript[] = {
+    "# start-up in debug mode: the kit fetches its configuration from the service",
+    "initialize demo-key debug=true",
+    "wait",
+    "state",
+    "# the host registers its user and the headers it wants on every request",
+    "set-user-id demo-user",
+    "set-custom-headers X-Demo-Client=zelnora-host",
+    "# three engagement reports; each is one POST to /tracker/app",
+    "send-report event=app_open",
+    "wait",
+    "send-report event=campaign_view campaign=demo-campaign-1 type=push",
+    "wait",
+    "send-report event=app_close",
+    "wait",
+    "# what the kit keeps in the application-group suite",
+    "prefs",
+};
+
+struct TemporaryDirectory {
+  std::filesystem::path path;
+  TemporaryDirectory() {
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "zelnora-demo-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) != nullptr) path = pattern;
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    if (!path.empty()) std::filesystem::remove_all(path, ignored);
+  }
+};
+
+void narrate(std::string_view text) { platform::printLine("host: demo: " + std::string(text)); }
+
+// The bundle and the kit's data directory, both inside `root`; false when they cannot be made.
+bool prepareHost(const std::filesystem::path& root, const std::string& serviceBaseUrl) {
+  std::error_code failed;
+  std::filesystem::create_directories(root / "bundle", failed);
+  std::filesystem::create_directories(root / "data", failed);
+  if (failed || !writeHostBundle((root / "bundle").string(), settingsForService(serviceBaseUrl))) {
+    return false;
+  }
+  ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
+  platform::setMainBundleDirectory((root / "bundle").string());
+  return true;
+}
+
+void walkThrough(HostSession& session) {
+  for (std::string_view line : kDemoScript) {
+    if (line.starts_with("# ")) {
+      narrate(line.substr(2));
+      continue;
+    }
+    platform::printLine("host: demo> " + std::string(line));
+    session.run(line);
+  }
+}
+
+std::optional<std::string> demo(HostSession& session, const Words& words) {
+  if (!words.empty()) return "usage: demo";
+  if (session.commandsRun() > 0) return "demo must be the first command of a run";
+  TemporaryDirectory root;
+  zelnora_tools::ReferenceServiceOptions options;
+  options.registry = zelnora_tools::KeyRegistry::withDemoKey(std::string(kDemoKey));
+  zelnora_tools::ReferenceService service(std::move(options));
+  if (root.path.empty() || service.start() < 0 || !prepareHost(root.path, service.baseUrl())) {
+    platform::printLine("host: error the demo could not set up its service and bundle");
+    return std::nullopt;
+  }
+  narrate("reference service listening on " + service.baseUrl());
+  narrate("host bundle and stored state in " + root.path.string());
+  walkThrough(session);
+  platform::urlSession().waitUntilIdle(std::chrono::seconds(10));
+  auto received = service.received();
+  narrate("the service received " + std::to_string(received.size()) + " requests");
+  for (const auto& request : received) {
+    platform::printLine("host: service received " + request.toJsonLine());
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+void addDemoCommand(CommandTable& table) { table["demo"] = demo; }
+
+}  // namespace zelnora_host

@@ -1,0 +1,71 @@
+// initialize, wait, state, set-user-id, set-custom-headers, request-permission, delete-config,
+// remove-custom-headers: the manager's operations and the store's static ones.
+#include "HostFormat.h"
+#include "HostSession.h"
+#include "platform/Console.h"
+#include "platform/Services.h"
+#include "zelnora_core/ZAManager.h"
+#include "zelnora_core/ZAPreferencesUtil.h"
+
+namespace zelnora_host {
+namespace {
+
+using zelnora_core::ZAManager;
+using zelnora_core::ZAPreferencesUtil;
+
+std::optional<std::string> initialize(HostSession&, const Words& words) {
+  return runParsed(parseInitialize(words), [](const InitializeArguments& arguments) {
+    ZAManager::sharedInstance().initialize(arguments.appKey, arguments.debugMode,
+                                           [] { platform::printLine("host: callback"); });
+  });
+}
+
+std::optional<std::string> wait(HostSession&, const Words& words) {
+  return runParsed(parseWait(words), [](std::chrono::milliseconds limit) {
+    platform::urlSession().waitUntilIdle(limit);
+  });
+}
+
+std::optional<std::string> state(HostSession&, const Words& words) {
+  return runParsed(parseNoArguments(words), [](bool) {
+    ZAManager& manager = ZAManager::sharedInstance();
+    platform::printLine(
+        stateLine(manager.isInitialized(), manager.isDebugMode(), manager.isDisabled()));
+  });
+}
+
+std::optional<std::string> setUserId(HostSession&, const Words& words) {
+  return runParsed(parseSetUserId(words), [](const std::string& userId) {
+    ZAManager::sharedInstance().setUserId(userId);
+  });
+}
+
+std::optional<std::string> setCustomHeaders(HostSession&, const Words& words) {
+  return runParsed(parseCustomHeaders(words),
+                   [](const std::map<std::string, std::string>& headers) {
+                     ZAManager::sharedInstance().setCustomHeaders(headers);
+                   });
+}
+
+// A command without arguments that runs `action`.
+CommandHandler plainCommand(void (*action)()) {
+  return [action](HostSession&, const Words& words) {
+    return runParsed(parseNoArguments(words), [action](bool) { action(); });
+  };
+}
+
+}  // namespace
+
+void addLifecycleCommands(CommandTable& table) {
+  table["initialize"] = initialize;
+  table["wait"] = wait;
+  table["state"] = state;
+  table["set-user-id"] = setUserId;
+  table["set-custom-headers"] = setCustomHeaders;
+  table["request-permission"] =
+      plainCommand([] { ZAManager::sharedInstance().requestPermission(); });
+  table["delete-config"] = plainCommand([] { ZAPreferencesUtil::deleteConfig(); });
+  table["remove-custom-headers"] = plainCommand([] { ZAPreferencesUtil::removeCustomHeaders(); });
+}
+
+}  // namespace zelnora_host
