@@ -1,0 +1,245 @@
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <sqlite3.h>
+
+#include "AppGroupContainer.h"
+#include "LinuxProviders.h"
+#include "PlistCodec.h"
+#include "platform/PropertyListReader.h"
+#include "platform/UserDefaults.h"
+
+namespace platform {
+namespace detail {
+
+bool createPrivateDirectories(const std::string& path) {
+  if (path.empty()) return false;
+  for (std::size_t slash = path.find('/', 1); ; slash = path.find('/', slash + 1)) {
+    const std::string prefix = path.substr(0, slash);
+    if (::mkdir(prefix.c_str(), 0700) == 0) {
+      ::chmod(prefix.c_str(), 0700);
+    } else if (errno != EEXIST) {
+      return false;
+    }
+    if (slash == std::string::npos) break;
+  }
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+}  // namespace detail
+
+namespace {
+
+constexpr int kBusyTimeoutMilliseconds = 5000;
+constexpr std::size_t kMaxSuiteNameLength = 200;
+
+bool isSafeSuiteName(std::string_view name) {
+  return !name.empty() && name.size() <= kMaxSuiteNameLength && name != "." && name != ".." &&
+         name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+}
+
+// Creates the database file 0600 before SQLite sees it: SQLite gives the -wal and -shm files the
+// mode of the database file, so all three stay private whatever the umask.
+bool preparePrivateFile(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) return false;
+  const bool ok = ::fchmod(fd, 0600) == 0;
+  ::close(fd);
+  for (const char* suffix : {"-wal", "-shm"}) ::chmod((path + suffix).c_str(), 0600);
+  return ok;
+}
+
+class Statement {
+ public:
+  Statement(sqlite3* db, const char* sql) {
+    if (db != nullptr) sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr);
+  }
+  ~Statement() { sqlite3_finalize(statement_); }
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  explicit operator bool() const { return statement_ != nullptr; }
+  sqlite3_stmt* get() const { return statement_; }
+  void bindText(int index, std::string_view text) {
+    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+  }
+  void bindBlob(int index, const Bytes& bytes) {
+    sqlite3_bind_blob(statement_, index, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
+  }
+  std::string_view blob(int column) const {
+    const void* data = sqlite3_column_blob(statement_, column);
+    const int size = sqlite3_column_bytes(statement_, column);
+    return data == nullptr ? std::string_view() : std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size));
+  }
+  std::string text(int column) const {
+    const unsigned char* data = sqlite3_column_text(statement_, column);
+    const int size = sqlite3_column_bytes(statement_, column);
+    return data == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
+  }
+
+ private:
+  sqlite3_stmt* statement_ = nullptr;
+};
+
+sqlite3* openDatabase(const std::string& path) {
+  if (!preparePrivateFile(path)) return nullptr;
+  sqlite3* db = nullptr;
+  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
+  if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) != SQLITE_OK) {
+    sqlite3_close_v2(db);
+    return nullptr;
+  }
+  sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds);
+  const char* setup =
+      "PRAGMA journal_mode=WAL;"
+      "PRAGMA synchronous=NORMAL;"
+      "CREATE TABLE IF NOT EXISTS entries (key TEXT PRIMARY KEY, value BLOB);";
+  if (sqlite3_exec(db, setup, nullptr, nullptr, nullptr) != SQLITE_OK) {
+    sqlite3_close_v2(db);
+    return nullptr;
+  }
+  return db;
+}
+
+// One suite: one connection per process, used under a mutex. A child process after fork() must
+// not touch its parent's connection (closing it could drop the parent's locks), so it leaves it
+// alone and opens its own.
+class SqliteSuite final : public UserDefaultsSuite {
+ public:
+  explicit SqliteSuite(std::string path) : path_(std::move(path)) {}
+  ~SqliteSuite() override {
+    if (db_ != nullptr && openedBy_ == ::getpid()) sqlite3_close_v2(db_);
+  }
+
+  // True when this process has an open connection (opening one if needed).
+  bool ensureOpen() {
+    std::lock_guard lock(mutex_);
+    return connection() != nullptr;
+  }
+
+  std::optional<PropertyValue> object(std::string_view key) override {
+    std::lock_guard lock(mutex_);
+    Statement select(connection(), "SELECT value FROM entries WHERE key = ?1");
+    if (!select) return std::nullopt;
+    select.bindText(1, key);
+    if (sqlite3_step(select.get()) != SQLITE_ROW) return std::nullopt;
+    return parsePropertyList(select.blob(0));
+  }
+
+  void set(std::string_view key, const PropertyValue& value) override {
+    const std::optional<Bytes> encoded = detail::encodeBinaryPropertyList(value);
+    if (!encoded || encoded->size() > detail::kMaxPropertyListBytes) return;
+    std::lock_guard lock(mutex_);
+    Statement upsert(connection(),
+                     "INSERT INTO entries (key, value) VALUES (?1, ?2) "
+                     "ON CONFLICT (key) DO UPDATE SET value = excluded.value");
+    if (!upsert) return;
+    upsert.bindText(1, key);
+    upsert.bindBlob(2, *encoded);
+    sqlite3_step(upsert.get());
+  }
+
+  void remove(std::string_view key) override {
+    std::lock_guard lock(mutex_);
+    Statement removal(connection(), "DELETE FROM entries WHERE key = ?1");
+    if (!removal) return;
+    removal.bindText(1, key);
+    sqlite3_step(removal.get());
+  }
+
+  std::map<std::string, PropertyValue> dictionaryRepresentation() override {
+    std::map<std::string, PropertyValue> entries;
+    std::lock_guard lock(mutex_);
+    Statement selectAll(connection(), "SELECT key, value FROM entries");
+    if (!selectAll) return entries;
+    while (sqlite3_step(selectAll.get()) == SQLITE_ROW) {
+      std::optional<PropertyValue> value = parsePropertyList(selectAll.blob(1));
+      if (value) entries.insert_or_assign(selectAll.text(0), std::move(*value));
+    }
+    return entries;
+  }
+
+ private:
+  sqlite3* connection() {
+    const pid_t self = ::getpid();
+    if (openedBy_ != self) {
+      db_ = nullptr;  // the parent's connection, if any, is the parent's to close
+      openedBy_ = self;
+    }
+    if (db_ == nullptr) db_ = openDatabase(path_);
+    return db_;
+  }
+
+  const std::string path_;
+  std::mutex mutex_;
+  sqlite3* db_ = nullptr;  // guarded by mutex_
+  pid_t openedBy_ = 0;     // guarded by mutex_
+};
+
+class SqliteUserDefaultsStore final : public UserDefaultsStore {
+ public:
+  explicit SqliteUserDefaultsStore(std::string directory) : directory_(std::move(directory)) {}
+
+  std::shared_ptr<UserDefaultsSuite> suite(std::string_view suiteName) override {
+    if (!isSafeSuiteName(suiteName)) return nullptr;
+    std::lock_guard lock(mutex_);
+    std::shared_ptr<SqliteSuite>& cached = suites_[std::string(suiteName)];
+    if (!cached) {
+      if (!detail::createPrivateDirectories(directory_)) return nullptr;
+      cached = std::make_shared<SqliteSuite>(directory_ + "/" + std::string(suiteName) + ".sqlite");
+    }
+    if (!cached->ensureOpen()) return nullptr;
+    return cached;
+  }
+
+ private:
+  const std::string directory_;
+  std::mutex mutex_;
+  std::map<std::string, std::shared_ptr<SqliteSuite>> suites_;  // guarded by mutex_
+};
+
+std::string homeDirectoryForContainer() {
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
+  if (const passwd* entry = ::getpwuid(::getuid()); entry != nullptr && entry->pw_dir != nullptr) {
+    return entry->pw_dir;
+  }
+  return "/tmp";
+}
+
+}  // namespace
+
+std::unique_ptr<UserDefaultsStore> makeSqliteUserDefaultsStore(std::string containerDirectory) {
+  return std::make_unique<SqliteUserDefaultsStore>(std::move(containerDirectory));
+}
+
+std::string appGroupContainerDirectory() {
+  static const std::string directory = [] {
+    const char* dataHome = std::getenv("XDG_DATA_HOME");
+    const std::string base = dataHome != nullptr && dataHome[0] == '/'
+                                 ? std::string(dataHome)
+                                 : homeDirectoryForContainer() + "/.local/share";
+    return base + "/zelnora/app-groups";
+  }();
+  return directory;
+}
+
+namespace linux_provider {
+UserDefaultsStore& userDefaultsStore() {
+  static const std::unique_ptr<UserDefaultsStore> store =
+      makeSqliteUserDefaultsStore(appGroupContainerDirectory());
+  return *store;
+}
+}  // namespace linux_provider
+
+}  // namespace platform
