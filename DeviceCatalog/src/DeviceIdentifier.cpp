@@ -1,0 +1,98 @@
+// Device::identifier, Device::current and Device::mapToDevice.
+#include <atomic>
+#include <forward_list>
+#include <mutex>
+
+#include "DeviceAccess.h"
+#include "DeviceCatalog/Device.h"
+#include "ModelLookup.h"
+#include "platform/Services.h"
+
+namespace DeviceCatalog {
+namespace {
+
+constexpr std::string_view kSimulatorModelVariable = "SIMULATOR_MODEL_IDENTIFIER";
+constexpr std::string_view kSimulatorFallbackIdentifier = "iOS";
+
+bool isSimulatorIdentifier(std::string_view identifier) {
+  return identifier == "i386" || identifier == "x86_64" || identifier == "arm64";
+}
+
+// Every byte of the uname machine field that is not zero, in field order. The field holds ASCII;
+// a byte above 0x7F is taken as the Latin-1 character of that code (two UTF-8 bytes), so the
+// identifier is always valid UTF-8.
+std::string readMachineIdentifier() {
+  const std::array<char, 256> field = platform::systemInfo().unameMachine();
+  std::string identifier;
+  for (char c : field) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte == 0) continue;
+    if (byte < 0x80) {
+      identifier += static_cast<char>(byte);
+    } else {
+      identifier += static_cast<char>(0xC0 | (byte >> 6));
+      identifier += static_cast<char>(0x80 | (byte & 0x3F));
+    }
+  }
+  return identifier;
+}
+
+// The stored identifier texts. Readers load `latestIdentifier` without a lock, so a replaced text
+// must stay alive: texts are only ever added (assignments are rare), never freed.
+std::mutex identifierWriteMutex;
+std::atomic<const std::string*> latestIdentifier{nullptr};  // the newest of identifierTexts()
+
+std::forward_list<std::string>& identifierTexts() {  // guarded by identifierWriteMutex
+  static auto* const texts = new std::forward_list<std::string>();
+  return *texts;
+}
+
+void storeIdentifier(std::string identifier) {
+  std::lock_guard lock(identifierWriteMutex);
+  identifierTexts().push_front(std::move(identifier));
+  latestIdentifier.store(&identifierTexts().front(), std::memory_order_release);
+}
+
+// The stored identifier, computed on the first access; concurrent first readers wait for the one
+// computation (function-local static initialisation).
+const std::string& storedIdentifier() {
+  static const bool computed = [] {
+    storeIdentifier(readMachineIdentifier());
+    return true;
+  }();
+  (void)computed;
+  return *latestIdentifier.load(std::memory_order_acquire);
+}
+
+// What a simulator imitates, looked up one level deep: a variable that names a simulator
+// identifier again is not followed (it would lead back here without end) and stays unknown.
+Device simulatedDevice() {
+  const std::string name = platform::processInfo()
+                               .environment(kSimulatorModelVariable)
+                               .value_or(std::string(kSimulatorFallbackIdentifier));
+  if (auto model = detail::modelForIdentifier(name)) return *model;
+  return Device::unknown(name);
+}
+
+}  // namespace
+
+std::string Device::identifier() { return storedIdentifier(); }
+
+void Device::setIdentifier(std::string identifier) {
+  storedIdentifier();  // the first access computes the machine identifier, even a write
+  storeIdentifier(std::move(identifier));
+}
+
+Device Device::current() { return mapToDevice(storedIdentifier()); }
+
+Device Device::mapToDevice(std::string_view identifier) {
+  if (auto model = detail::modelForIdentifier(identifier)) return *model;
+  if (isSimulatorIdentifier(identifier)) return simulator(simulatedDevice());
+  return unknown(identifier);
+}
+
+namespace detail {
+bool isCurrentDevice(const Device& device) { return device == Device::current(); }
+}  // namespace detail
+
+}  // namespace DeviceCatalog
