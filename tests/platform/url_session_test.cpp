@@ -1,0 +1,520 @@
+// The Linux URL session against real loopback servers: what goes on the wire, what comes back,
+// transport failures, and completions under concurrency.
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "../../platform/src/LinuxProviders.h"
+#include "platform/RawSocketServer.h"
+#include "platform/UrlSession.h"
+
+namespace platform {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::RawSocketServer;
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+constexpr auto kIdleLimit = 30s;
+
+URLSession& session() { return linux_provider::urlSession(); }
+
+URLRequest requestFor(const std::string& text) {
+  auto url = Url::parse(text);
+  EXPECT_TRUE(url) << text;
+  return URLRequest(url.value_or(*Url::parse("http://invalid.invalid/")));
+}
+
+struct Outcome {
+  int calls = 0;
+  std::optional<Bytes> body;
+  std::optional<URLResponse> response;
+  std::optional<Error> error;
+  std::thread::id thread;
+};
+
+// Sends one request and waits for the session to go idle; the completion's view of it.
+Outcome send(URLRequest request) {
+  auto outcome = std::make_shared<Outcome>();
+  session().dataTask(std::move(request), [outcome](auto body, auto response, auto error) {
+    ++outcome->calls;
+    outcome->body = std::move(body);
+    outcome->response = std::move(response);
+    outcome->error = std::move(error);
+    outcome->thread = std::this_thread::get_id();
+  });
+  EXPECT_TRUE(session().waitUntilIdle(kIdleLimit));
+  return *outcome;
+}
+
+struct Received {
+  std::string method, path, body;
+  httplib::Params params;
+  httplib::Headers headers;
+};
+
+// A cpp-httplib server on 127.0.0.1 that records every request and answers by route.
+class LoopbackServer {
+ public:
+  // Without keep-alive the server's threads end with each answer, so stopping it is quick.
+  explicit LoopbackServer(bool keepAlive = false) {
+    if (!keepAlive) server_.set_keep_alive_max_count(1);
+    server_.set_payload_max_length(64 << 20);
+    auto record = [this](const httplib::Request& request) {
+      std::lock_guard lock(mutex_);
+      received_.push_back({request.method, request.path, request.body, request.params,
+                           request.headers});
+    };
+    auto echo = [record](const httplib::Request& request, httplib::Response& response) {
+      record(request);
+      response.set_content("echo:" + request.get_param_value("i"), "text/plain");
+    };
+    server_.Get("/echo.*", echo).Post("/echo.*", echo).Put("/echo.*", echo);
+    server_.Delete("/echo.*", echo).Options("/echo.*", echo);
+    server_.Get(R"(/status/(\d+))", [](const httplib::Request& request, httplib::Response& response) {
+      response.status = std::stoi(request.matches[1]);
+      if (response.status != 204 && response.status != 304) {
+        response.set_content("status " + std::string(request.matches[1]), "text/plain");
+      }
+    });
+    server_.Get("/redirect", [](const httplib::Request&, httplib::Response& response) {
+      response.set_header("X-First", "yes");
+      response.set_redirect("/final?x=1", 302);
+    });
+    server_.Get("/final", [](const httplib::Request&, httplib::Response& response) {
+      response.set_header("X-Final", "yes");
+      response.set_content("final", "text/plain");
+    });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    while (!server_.is_running()) std::this_thread::yield();
+  }
+  ~LoopbackServer() {
+    server_.stop();
+    thread_.join();
+  }
+
+  std::string url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + path;
+  }
+  std::vector<Received> received() const {
+    std::lock_guard lock(mutex_);
+    return received_;
+  }
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+  mutable std::mutex mutex_;
+  std::vector<Received> received_;  // guarded by mutex_
+};
+
+std::vector<std::string> valuesOf(const httplib::Headers& headers, const std::string& name) {
+  std::vector<std::string> values;
+  auto [first, last] = headers.equal_range(name);
+  for (auto it = first; it != last; ++it) values.push_back(it->second);
+  return values;
+}
+
+// ---- What the server receives --------------------------------------------------------------
+
+struct MethodCase {
+  std::string method;
+  std::optional<std::string> body;
+  friend void PrintTo(const MethodCase& c, std::ostream* os) {
+    *os << c.method << (c.body ? " with body" : " without body");
+  }
+};
+
+class SessionRequestTest : public ::testing::TestWithParam<MethodCase> {};
+
+TEST_P(SessionRequestTest, ServerReceivesMethodTargetHeadersAndExactBody) {
+  const auto& [method, body] = GetParam();
+  LoopbackServer server;
+  auto request = requestFor(server.url("/echo/a%20b?i=7&q=x%2By"));
+  request.httpMethod = method;
+  request.addValue("application/json; charset=UTF-8", "Content-Type");
+  request.addValue("*/*", "Accept");
+  request.addValue("text/plain", "accept");
+  request.addValue(std::to_string(body ? body->size() : 0), "Content-Length");
+  request.addValue("127.0.0.1", "Host");
+  request.addValue("c7a1", "X-ZELNORA-CHANNEL-UUID");
+  if (body) request.httpBody = toBytes(*body);
+
+  const auto outcome = send(std::move(request));
+
+  ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
+  EXPECT_EQ(outcome.response->statusCode, 200);
+  EXPECT_EQ(toString(*outcome.body), "echo:7");
+  const auto received = server.received();
+  ASSERT_EQ(received.size(), 1u);
+  const auto& seen = received.front();
+  EXPECT_EQ(seen.method, method);
+  EXPECT_EQ(seen.path, "/echo/a b");
+  EXPECT_EQ(seen.params.find("q")->second, "x+y");
+  EXPECT_EQ(seen.body, body.value_or(""));
+  const std::vector<std::pair<std::string, std::string>> expected{
+      {"Content-Type", "application/json; charset=UTF-8"},
+      {"Accept", "*/*,text/plain"},
+      {"Content-Length", std::to_string(body ? body->size() : 0)},
+      {"Host", "127.0.0.1"},
+      {"X-ZELNORA-CHANNEL-UUID", "c7a1"}};
+  for (const auto& [name, value] : expected) {
+    EXPECT_EQ(valuesOf(seen.headers, name), std::vector<std::string>{value}) << name;
+  }
+  EXPECT_TRUE(valuesOf(seen.headers, "Expect").empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Methods, SessionRequestTest,
+    ::testing::Values(MethodCase{"GET", std::nullopt},
+                      MethodCase{"POST", std::string("{\"event\":\"open\",\"bin\":\"\0\xFF\"}", 29)},
+                      MethodCase{"POST", std::nullopt}, MethodCase{"PUT", "{\"user\":\"u\"}"},
+                      MethodCase{"DELETE", std::nullopt}, MethodCase{"DELETE", "{\"id\":3}"},
+                      MethodCase{"OPTIONS", std::nullopt}),
+    [](const auto& info) {
+      return info.param.method + (info.param.body ? "WithBody" : "WithoutBody");
+    });
+
+TEST(SessionHeaderTest, FieldsThatCouldInjectHeadersNeverReachTheWire) {
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok");
+  });
+  auto request = requestFor(server.url("/inject"));
+  request.addValue("ok", "X-Good");
+  request.addValue("", "X-Empty");
+  request.addValue("a\r\nX-Injected: cr-lf", "X-Bad-1");
+  request.addValue("a\nX-Injected: lf", "X-Bad-2");
+  request.addValue("a\rX-Injected: cr", "X-Bad-3");
+  request.addValue(std::string("a\0X-Injected: nul", 17), "X-Bad-4");
+  request.addValue("v", "X-Injected: name\r\nX-Bad-5");
+  request.addValue("v", "Bad Name");
+  request.addValue("v", "Bad:Name");
+  request.addValue("v", "");
+
+  const auto outcome = send(std::move(request));
+
+  ASSERT_FALSE(outcome.error);
+  EXPECT_EQ(toString(*outcome.body), "ok");
+  const auto heads = server.requestHeads();
+  ASSERT_EQ(heads.size(), 1u);
+  const std::string& head = heads.front();
+  EXPECT_NE(head.find("\r\nX-Good: ok\r\n"), std::string::npos) << head;
+  EXPECT_NE(head.find("\r\nX-Empty:\r\n"), std::string::npos) << "sent with its empty value";
+  for (const char* leaked : {"X-Injected", "X-Bad", "Bad Name", "Bad:Name", "\r\n: v"}) {
+    EXPECT_EQ(head.find(leaked), std::string::npos) << leaked << " in\n" << head;
+  }
+}
+
+TEST(SessionHeaderTest, GetCarriesBodyWhenGivenOne) {
+  std::mutex mutex;
+  std::string bodySeen;
+  RawSocketServer server([&](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    std::string body = connection.readExactly(7);
+    {
+      std::lock_guard lock(mutex);
+      bodySeen = std::move(body);
+    }
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+  });
+  auto request = requestFor(server.url("/search"));
+  request.httpBody = toBytes("{\"q\":1}");
+
+  const auto outcome = send(std::move(request));
+
+  ASSERT_FALSE(outcome.error);
+  const auto head = server.requestHeads().at(0);
+  EXPECT_EQ(head.substr(0, 16), "GET /search HTTP");
+  EXPECT_NE(head.find("\r\nContent-Length: 7\r\n"), std::string::npos) << head;
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(bodySeen, "{\"q\":1}");
+}
+
+TEST(SessionHeaderTest, ContentLengthOtherThanBodySizeIsReplacedByCurls) {
+  for (const char* declared : {"3", "12,11", "abc", "-11", "11 11"}) {
+    LoopbackServer server;
+    auto request = requestFor(server.url("/echo"));
+    request.httpMethod = "POST";
+    request.httpBody = toBytes("hello world");
+    request.addValue(declared, "Content-Length");
+
+    const auto outcome = send(std::move(request));
+
+    ASSERT_FALSE(outcome.error) << declared;
+    const auto received = server.received();
+    ASSERT_EQ(received.size(), 1u) << declared;
+    EXPECT_EQ(received.front().body, "hello world") << declared;
+    EXPECT_EQ(valuesOf(received.front().headers, "Content-Length"),
+              std::vector<std::string>{"11"})
+        << declared;
+  }
+}
+
+TEST(SessionHeaderTest, LargeBodyGoesOutWithoutExpectContinue) {
+  LoopbackServer server;
+  std::string large(3 << 20, 'z');
+  large[12345] = '\0';
+  auto request = requestFor(server.url("/echo"));
+  request.httpMethod = "POST";
+  request.httpBody = toBytes(large);
+  request.addValue("application/octet-stream", "Content-Type");
+
+  const auto outcome = send(std::move(request));
+
+  ASSERT_FALSE(outcome.error);
+  const auto received = server.received();
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_TRUE(received.front().body == large);
+  EXPECT_TRUE(valuesOf(received.front().headers, "Expect").empty());
+}
+
+// ---- What comes back -------------------------------------------------------------------------
+
+TEST(SessionResponseTest, EveryStatusClassArrivesWithItsBody) {
+  LoopbackServer server;
+  for (int status : {200, 201, 204, 301, 304, 404, 500, 503}) {
+    const auto outcome = send(requestFor(server.url("/status/" + std::to_string(status))));
+    ASSERT_FALSE(outcome.error) << status;
+    ASSERT_TRUE(outcome.response) << status;
+    EXPECT_EQ(outcome.response->statusCode, status);
+    ASSERT_TRUE(outcome.body) << "an answer always has a body, maybe empty";
+    const bool empty = status == 204 || status == 304;
+    EXPECT_EQ(toString(*outcome.body), empty ? "" : "status " + std::to_string(status));
+  }
+}
+
+TEST(SessionResponseTest, RedirectIsFollowedAndOnlyFinalHeadersKept) {
+  LoopbackServer server;
+  const auto outcome = send(requestFor(server.url("/redirect")));
+  ASSERT_FALSE(outcome.error);
+  const auto http = asHTTPURLResponse(outcome.response);
+  ASSERT_TRUE(http);
+  EXPECT_EQ(http->statusCode, 200);
+  EXPECT_EQ(http->url, server.url("/final?x=1"));
+  EXPECT_EQ(toString(*outcome.body), "final");
+  HeaderFields fields;
+  for (const auto& [name, value] : http->allHeaderFields) fields.setValue(value, name);
+  EXPECT_EQ(fields.value("X-Final"), "yes");
+  EXPECT_EQ(fields.value("X-First"), std::nullopt);
+}
+
+TEST(SessionResponseTest, UrlKeepsItsTextWithoutRedirect) {
+  LoopbackServer server;
+  const std::string text = server.url("");
+  const auto outcome = send(requestFor(text));
+  ASSERT_FALSE(outcome.error);
+  EXPECT_EQ(outcome.response->url, text) << "no trailing slash is added";
+}
+
+TEST(SessionResponseTest, HeadersKeepArrivalOrderAndJoinRepeats) {
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.send(
+        "HTTP/1.1 100 Continue\r\nX-Interim: 1\r\n\r\n"
+        "HTTP/1.1 202 Accepted\r\nZ-Last: 1\r\nA-First:  2 \r\nz-last: 3\r\n"
+        "Content-Length: 4\r\nConnection: close\r\n\r\nbody");
+  });
+  const auto outcome = send(requestFor(server.url("/")));
+  ASSERT_FALSE(outcome.error);
+  EXPECT_EQ(outcome.response->statusCode, 202);
+  const Fields expected{{"Z-Last", "1, 3"},
+                        {"A-First", "2"},
+                        {"Content-Length", "4"},
+                        {"Connection", "close"}};
+  EXPECT_EQ(outcome.response->headerFields, expected);
+  EXPECT_EQ(toString(*outcome.body), "body");
+}
+
+TEST(SessionResponseTest, FileUrlGivesNonHttpResponse) {
+  char path[] = "/tmp/zelnora-url-session-XXXXXX";
+  const int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  const std::string contents("file \0 bytes\n", 13);
+  ASSERT_EQ(write(fd, contents.data(), contents.size()), static_cast<ssize_t>(contents.size()));
+  close(fd);
+
+  const auto outcome = send(requestFor(std::string("file://") + path));
+  std::remove(path);
+
+  ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
+  ASSERT_TRUE(outcome.response);
+  EXPECT_EQ(outcome.response->statusCode, std::nullopt);
+  EXPECT_FALSE(asHTTPURLResponse(outcome.response));
+  EXPECT_EQ(toString(*outcome.body), contents);
+}
+
+// ---- Transport failures ----------------------------------------------------------------------
+
+void expectTransportError(const Outcome& outcome, std::int64_t code) {
+  EXPECT_EQ(outcome.calls, 1);
+  EXPECT_FALSE(outcome.body);
+  EXPECT_FALSE(outcome.response);
+  ASSERT_TRUE(outcome.error);
+  EXPECT_EQ(outcome.error->domain, "NSURLErrorDomain");
+  EXPECT_EQ(outcome.error->code, code) << outcome.error->localizedDescription();
+  EXPECT_FALSE(outcome.error->localizedDescription().empty());
+}
+
+int portWithoutListener() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+TEST(SessionFailureTest, RefusedConnectionIsCannotConnect) {
+  const auto url = "http://127.0.0.1:" + std::to_string(portWithoutListener()) + "/";
+  expectTransportError(send(requestFor(url)), kURLErrorCannotConnectToHost);
+}
+
+TEST(SessionFailureTest, UnsupportedSchemeIsUnsupportedUrl) {
+  expectTransportError(send(requestFor("ftp://127.0.0.1/file")), kURLErrorUnsupportedURL);
+}
+
+struct PeerCase {
+  std::string name;
+  std::function<void(RawSocketServer::Connection&)> behaviour;
+  std::int64_t code;
+  friend void PrintTo(const PeerCase& c, std::ostream* os) { *os << c.name; }
+};
+
+class SessionPeerFailureTest : public ::testing::TestWithParam<PeerCase> {};
+
+TEST_P(SessionPeerFailureTest, EndsWithOneTransportError) {
+  RawSocketServer server(GetParam().behaviour);
+  expectTransportError(send(requestFor(server.url("/"))), GetParam().code);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Peers, SessionPeerFailureTest,
+    ::testing::Values(
+        PeerCase{"ResetAfterRequest",
+                 [](auto& connection) {
+                   connection.readRequestHead();
+                   connection.reset();
+                 },
+                 kURLErrorNetworkConnectionLost},
+        PeerCase{"CloseWithoutAnswer",
+                 [](auto& connection) { connection.readRequestHead(); },
+                 kURLErrorNetworkConnectionLost},
+        PeerCase{"GarbageStatusLine",
+                 [](auto& connection) {
+                   connection.readRequestHead();
+                   connection.send("garbage that is not HTTP\r\n\r\n");
+                 },
+                 kURLErrorBadServerResponse},
+        PeerCase{"BodyCutShort",
+                 [](auto& connection) {
+                   connection.readRequestHead();
+                   connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly ten..");
+                 },
+                 kURLErrorNetworkConnectionLost}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(SessionFailureTest, StalledPeerTimesOut) {
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.waitForRelease();
+  });
+  auto request = requestFor(server.url("/stall"));
+  request.timeoutInterval = 0.5s;
+  expectTransportError(send(std::move(request)), kURLErrorTimedOut);
+}
+
+// ---- Completions and idleness ----------------------------------------------------------------
+
+TEST(SessionCompletionTest, WaitUntilIdleWaitsForTasksInFlight) {
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.waitForRelease();
+  });
+  std::atomic<int> calls{0};
+  session().dataTask(requestFor(server.url("/held")), [&](auto, auto, auto) { ++calls; });
+
+  EXPECT_FALSE(session().waitUntilIdle(50ms));
+  EXPECT_EQ(calls.load(), 0);
+  server.release();
+  EXPECT_TRUE(session().waitUntilIdle(kIdleLimit));
+  EXPECT_EQ(calls.load(), 1);
+}
+
+TEST(SessionCompletionTest, ThrowingCompletionLeavesWorkerRunning) {
+  LoopbackServer server;
+  session().dataTask(requestFor(server.url("/echo")),
+                     [](auto, auto, auto) { throw std::runtime_error("host bug"); });
+  ASSERT_TRUE(session().waitUntilIdle(kIdleLimit));
+  const auto outcome = send(requestFor(server.url("/echo?i=2")));
+  EXPECT_EQ(outcome.calls, 1);
+  EXPECT_EQ(toString(outcome.body.value_or(Bytes{})), "echo:2");
+}
+
+TEST(SessionCompletionTest, CompletionMayStartAnotherTask) {
+  LoopbackServer server;
+  std::mutex mutex;
+  std::condition_variable done;
+  std::optional<std::string> secondBody;
+  const auto secondUrl = server.url("/echo?i=second");
+  session().dataTask(requestFor(server.url("/echo?i=first")), [&](auto, auto, auto) {
+    session().dataTask(requestFor(secondUrl), [&](auto body, auto, auto) {
+      std::lock_guard lock(mutex);
+      secondBody = toString(body.value_or(Bytes{}));
+      done.notify_all();
+    });
+  });
+  std::unique_lock lock(mutex);
+  ASSERT_TRUE(done.wait_for(lock, kIdleLimit, [&] { return secondBody.has_value(); }));
+  EXPECT_EQ(*secondBody, "echo:second");
+  lock.unlock();
+  EXPECT_TRUE(session().waitUntilIdle(kIdleLimit));
+}
+
+TEST(SessionConcurrencyTest, ConcurrentTasksCompleteExactlyOnceOffCallerThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kTasksPerThread = 125;
+  LoopbackServer server(/*keepAlive=*/true);
+  std::vector<std::atomic<int>> calls(kThreads * kTasksPerThread);
+  std::atomic<int> onCallerThread{0};
+  std::atomic<int> wrongBody{0};
+
+  std::vector<std::thread> callers;
+  for (int t = 0; t < kThreads; ++t) {
+    callers.emplace_back([&, t] {
+      const auto caller = std::this_thread::get_id();
+      for (int i = t * kTasksPerThread; i < (t + 1) * kTasksPerThread; ++i) {
+        auto request = requestFor(server.url("/echo?i=" + std::to_string(i)));
+        request.httpMethod = i % 2 == 0 ? "GET" : "POST";
+        session().dataTask(std::move(request), [&, i, caller](auto body, auto, auto error) {
+          calls[i].fetch_add(1);
+          if (std::this_thread::get_id() == caller) onCallerThread.fetch_add(1);
+          if (error || toString(*body) != "echo:" + std::to_string(i)) wrongBody.fetch_add(1);
+        });
+      }
+    });
+  }
+  for (auto& caller : callers) caller.join();
+  ASSERT_TRUE(session().waitUntilIdle(60s));
+
+  for (std::size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].load(), 1) << "task " << i;
+  EXPECT_EQ(onCallerThread.load(), 0);
+  EXPECT_EQ(wrongBody.load(), 0);
+  EXPECT_EQ(server.received().size(), calls.size());
+}
+
+}  // namespace
+}  // namespace platform
