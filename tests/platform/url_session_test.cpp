@@ -15,6 +15,7 @@
 #include "../../platform/src/LinuxProviders.h"
 #include "platform/RawSocketServer.h"
 #include "platform/UrlSession.h"
+#include "platform/testing/FaultInjectingSession.h"
 
 namespace platform {
 namespace {
@@ -67,6 +68,7 @@ class LoopbackServer {
   // Without keep-alive the server's threads end with each answer, so stopping it is quick.
   explicit LoopbackServer(bool keepAlive = false) {
     if (!keepAlive) server_.set_keep_alive_max_count(1);
+    server_.set_keep_alive_timeout(1);
     server_.set_payload_max_length(64 << 20);
     auto record = [this](const httplib::Request& request) {
       std::lock_guard lock(mutex_);
@@ -482,6 +484,40 @@ TEST(SessionCompletionTest, CompletionMayStartAnotherTask) {
   EXPECT_EQ(*secondBody, "echo:second");
   lock.unlock();
   EXPECT_TRUE(session().waitUntilIdle(kIdleLimit));
+}
+
+TEST(FaultInjectingSessionTest, FailsChosenTasksOffCallerThreadAndRecordsAll) {
+  LoopbackServer server;
+  testing::FaultInjectingSession faulty(session());
+  const Error offline{kURLErrorDomain, -1009, "The Internet connection appears to be offline."};
+  faulty.failWith(offline);
+  Outcome failed;
+  faulty.dataTask(requestFor(server.url("/echo?i=1")), [&](auto body, auto response, auto error) {
+    ++failed.calls;
+    failed.body = body;
+    failed.response = response;
+    failed.error = error;
+    failed.thread = std::this_thread::get_id();
+  });
+  ASSERT_TRUE(faulty.waitUntilIdle(kIdleLimit));
+  faulty.failWith(std::nullopt);
+  Outcome sent;
+  faulty.dataTask(requestFor(server.url("/echo?i=2")), [&](auto body, auto, auto error) {
+    ++sent.calls;
+    sent.body = body;
+    sent.error = error;
+  });
+  ASSERT_TRUE(faulty.waitUntilIdle(kIdleLimit));
+
+  EXPECT_EQ(failed.calls, 1);
+  EXPECT_EQ(failed.error, offline);
+  EXPECT_FALSE(failed.body || failed.response);
+  EXPECT_NE(failed.thread, std::this_thread::get_id());
+  EXPECT_EQ(sent.calls, 1);
+  EXPECT_EQ(toString(sent.body.value_or(Bytes{})), "echo:2");
+  ASSERT_EQ(server.received().size(), 1u) << "the failed request never left";
+  ASSERT_EQ(faulty.requests().size(), 2u);
+  EXPECT_EQ(faulty.requests()[0].url.absoluteString(), server.url("/echo?i=1"));
 }
 
 TEST(SessionConcurrencyTest, ConcurrentTasksCompleteExactlyOnceOffCallerThreads) {
