@@ -99,8 +99,6 @@ bool BinaryObjectGraph::children(std::uint64_t index, std::vector<std::uint64_t>
   return true;
 }
 
-bool isNameChar(char c) { return c != '>' && c != '/' && c != ' ' && c != '\t' && c != '\r' && c != '\n'; }
-
 // Position just past `terminator` from `from`, or npos when it never comes.
 std::size_t skipPast(std::string_view text, std::size_t from, std::string_view terminator) {
   const std::size_t at = text.find(terminator, from);
@@ -152,7 +150,7 @@ bool xmlPropertyListWithinBounds(std::string_view text) {
       const bool selfClosing = text[next - 2] == '/';
       if (closing) {
         depth = depth > 0 ? depth - 1 : 0;
-      } else if (!selfClosing && rest.size() > 1 && isNameChar(rest[1])) {
+      } else if (!selfClosing) {  // anything else that opens counts, even if malformed
         if (++depth > kMaxElementDepth) return false;
       }
     }

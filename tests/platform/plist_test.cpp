@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -47,6 +48,36 @@ int nestingOf(const PropertyValue& value) {
     current = &array->front();
   }
   return depth;
+}
+
+int deepestNesting(const PropertyValue& value) {
+  int deepest = 0;
+  if (const PropertyArray* array = value.array()) {
+    for (const PropertyValue& item : *array) deepest = std::max(deepest, deepestNesting(item));
+    return deepest + 1;
+  }
+  if (const PropertyDictionary* dictionary = value.dictionary()) {
+    for (const auto& [key, item] : *dictionary) deepest = std::max(deepest, deepestNesting(item));
+    return deepest + 1;
+  }
+  return 0;
+}
+
+// Every single-byte change of `original`, each parsed: none may crash or yield deeper nesting
+// than the bound. Returns how many of them still parsed.
+int parseEverySingleByteMutation(const std::string& original) {
+  int parsed = 0;
+  for (std::size_t i = 0; i < original.size(); ++i) {
+    for (const unsigned char replacement : {0x00, 0x0F, 0x41, 0x7F, 0xAF, 0xDF, 0xFF}) {
+      std::string mutated = original;
+      mutated[i] = static_cast<char>(replacement);
+      if (const auto value = parsePropertyList(mutated)) {
+        ++parsed;
+        EXPECT_LE(deepestNesting(*value), detail::kMaxPropertyListDepth) << "byte " << i;
+      }
+    }
+  }
+  return parsed;
 }
 
 TEST(PropertyListReader, ReadsTypedValuesFromAnXmlFile) {
@@ -197,6 +228,21 @@ TEST(PropertyListReader, CyclicObjectGraphIsRefused) {
   b.string("unused");
   const auto self = b.array({1});  // object 1 refers to itself
   EXPECT_FALSE(parsePropertyList(b.finish(self)).has_value());
+}
+
+TEST(PropertyListReader, DamagedFilesNeverCrashTheReader) {
+  BinaryPlistBuilder b;
+  const auto inner = b.dictionary({{b.string("k"), b.array({b.integer(-1), b.real(2.5)})}});
+  const auto root = b.array({inner, inner, b.data("\x01\x02"), b.boolean(true), b.date(3),
+                             b.string(std::string(20, 's'))});
+  const std::string binary = b.finish(root);
+  ASSERT_TRUE(parsePropertyList(binary).has_value());
+  EXPECT_GT(parseEverySingleByteMutation(binary), 0);
+  const std::string xml = xmlDocument(
+      "<dict><key>a</key><array><integer>1</integer><real>0.5</real><data>AQI=</data>"
+      "<date>2001-01-01T00:00:00Z</date><true/></array><key>b</key><dict/></dict>");
+  ASSERT_TRUE(parsePropertyList(xml).has_value());
+  EXPECT_GT(parseEverySingleByteMutation(xml), 0);
 }
 
 TEST(PropertyListReader, OversizeFileIsRefused) {
