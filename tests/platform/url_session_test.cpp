@@ -21,6 +21,7 @@ namespace platform {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using testing::RawSocketServer;
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
@@ -179,7 +180,7 @@ TEST_P(SessionRequestTest, ServerReceivesMethodTargetHeadersAndExactBody) {
 INSTANTIATE_TEST_SUITE_P(
     Methods, SessionRequestTest,
     ::testing::Values(MethodCase{"GET", std::nullopt},
-                      MethodCase{"POST", std::string("{\"event\":\"open\",\"bin\":\"\0\xFF\"}", 29)},
+                      MethodCase{"POST", "{\"event\":\"open\",\"bin\":\"\0\xFF\"}"s},
                       MethodCase{"POST", std::nullopt}, MethodCase{"PUT", "{\"user\":\"u\"}"},
                       MethodCase{"DELETE", std::nullopt}, MethodCase{"DELETE", "{\"id\":3}"},
                       MethodCase{"OPTIONS", std::nullopt}),
