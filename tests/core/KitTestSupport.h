@@ -102,9 +102,11 @@ class ConfigServer {
       res.status = answer.status;
       res.set_content(answer.body, "application/json");
     });
+    // One request per connection: the kit's session keeps connections alive, and a server
+    // waiting on an idle kept-alive connection would hold up its own shutdown.
+    server_.set_keep_alive_max_count(1);
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
-    server_.wait_until_ready();
   }
   ~ConfigServer() {
     server_.stop();
@@ -144,10 +146,15 @@ class ConfigServer {
 
 // A port on which nothing listens (bound, then closed).
 inline int closedPort() {
-  httplib::Server probe;
-  int port = probe.bind_to_any_port("127.0.0.1");
-  probe.stop();
-  return port;
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  socklen_t len = sizeof addr;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
+  ::close(fd);
+  return ntohs(addr.sin_port);
 }
 
 // Accepts connections, reads what arrives, and resets each one (RST) without answering.
@@ -199,7 +206,7 @@ class ResettingServer {
     EXPECT_EXIT(                                                                \
         {                                                                       \
           ::dup2(STDERR_FILENO, STDOUT_FILENO); /* failures show in the report */ \
-          body;                                                                 \
+          [&] { body; }();                                                      \
           std::fflush(nullptr);                                                 \
           std::_Exit(::testing::Test::HasFailure() ? 1 : 0);                    \
         },                                                                      \
