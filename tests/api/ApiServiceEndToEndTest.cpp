@@ -8,6 +8,7 @@
 #include "EndToEnd.h"
 #include "FreshProcess.h"
 #include "KitInternals.h"
+#include "zelnora_core/ZAdsApiFactory.h"
 
 namespace zelnora_core {
 namespace {
@@ -181,6 +182,17 @@ TEST_F(ApiServiceEndToEnd, InjectedCustomHeaderNeverReachesTheWireOrTheDump) {
   EXPECT_EQ(received[0].values("Content-Length"), std::vector<std::string>{"0"});
   EXPECT_EQ(piecesContaining("X-Injected"), 0u);
   EXPECT_EQ(piecesContaining("X-Fine: ok \n"), 1u);
+}
+
+TEST_F(ApiServiceEndToEnd, EmptyCompletionIsToleratedOnEveryPath) {
+  APIService::shared().request(campaign("5"), nullptr);
+  APIService::shared().request(campaign("status/500"), nullptr);
+  ZAdsApiFactory().sendAppTracking(campaign("6"), nullptr);
+  APIService::shared().request(campaign("a b"), recorder_.callback());  // the invalid-URL thread
+  APIService::shared().request(campaign("a b"), nullptr);
+  ASSERT_TRUE(recorder_.waitFor(1));
+  ASSERT_TRUE(platform::urlSession().waitUntilIdle(std::chrono::seconds(30)));
+  EXPECT_EQ(servers_.api.received().size(), 3u);
 }
 
 // Base URLs other than the shared servers' need a process of their own.

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -41,9 +42,14 @@ bool isMessageFramingHeader(std::string_view name) {
 // completion also takes must not deadlock), so it gets a short-lived thread of its own.
 void completeWithInvalidUrl(APICompletion completion) {
   platform::printLine("Invalid URL");
-  std::thread([completion = std::move(completion)] {
+  auto complete = [completion = std::move(completion)] {
     completion(std::nullopt, std::nullopt, detail::invalidUrlError());
-  }).detach();
+  };
+  try {
+    std::thread(complete).detach();
+  } catch (const std::system_error&) {
+    complete();  // no thread to be had: better on the caller's thread than never
+  }
 }
 
 }  // namespace
@@ -54,6 +60,7 @@ APIService& APIService::shared() {
 }
 
 void APIService::request(const APIRequest& request, APICompletion completion) {
+  if (!completion) completion = [](auto&&...) {};
   std::optional<platform::Url> url = request.url();
   std::optional<platform::URLRequest> urlRequest;
   if (url) {

@@ -11,7 +11,7 @@ void ZAdsApiFactory::sendAppTracking(const APIRequest& request, TrackingCompleti
       request, [completion = std::move(completion)](std::optional<platform::Bytes>,
                                                     std::optional<platform::HTTPURLResponse> response,
                                                     std::optional<platform::Error> error) {
-        completion(std::move(response), std::move(error));
+        if (completion) completion(std::move(response), std::move(error));
       });
 }
 
