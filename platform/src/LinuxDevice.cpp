@@ -117,7 +117,7 @@ class LinuxCurrentDevice final : public CurrentDevice {
   std::string localizedModel() override { return model(); }
 
   std::optional<std::string> identifierForVendor() override {
-    if (const char* simulated = std::getenv("ZELNORA_SIM_VENDOR_ID")) {
+    if (const char* simulated = std::getenv("ZELNORA_SIM_VENDOR_ID"); simulated && *simulated) {
       return canonicalUuid(simulated).value_or(simulated);
     }
     std::lock_guard lock(vendorMutex_);
@@ -235,7 +235,9 @@ class LinuxProcessInfo final : public ProcessInfo {
   int thermalState() override {
     int state = 0;
     for (const std::string& zone : sortedEntries(files_.sysDirectory + "/class/thermal")) {
-      if (zone.find("thermal_zone") != std::string::npos) state = std::max(state, zoneThermalState(zone));
+      if (std::filesystem::path(zone).filename().string().starts_with("thermal_zone")) {
+        state = std::max(state, zoneThermalState(zone));
+      }
     }
     return state;
   }

@@ -205,9 +205,16 @@ TEST(LinuxVendorIdentifier, SimulatedSettingWins) {
     ScopedEnvironment simulated("ZELNORA_SIM_VENDOR_ID", "0a1b2c3d-4e5f-4a6b-8c7d-9e0f1a2b3c4d");
     EXPECT_EQ(device->identifierForVendor(), "0A1B2C3D-4E5F-4A6B-8C7D-9E0F1A2B3C4D");
   }
-  ScopedEnvironment simulated("ZELNORA_SIM_VENDOR_ID", "custom-id");
-  EXPECT_EQ(device->identifierForVendor(), "custom-id");
+  {
+    ScopedEnvironment simulated("ZELNORA_SIM_VENDOR_ID", "custom-id");
+    EXPECT_EQ(device->identifierForVendor(), "custom-id");
+  }
   EXPECT_FALSE(std::filesystem::exists(dir.file("vendor-id")));
+  ScopedEnvironment empty("ZELNORA_SIM_VENDOR_ID", "");
+  const auto stored = device->identifierForVendor();
+  ASSERT_TRUE(stored.has_value());
+  EXPECT_TRUE(std::regex_match(*stored, kCanonicalUuid));
+  EXPECT_TRUE(std::filesystem::exists(dir.file("vendor-id")));
 }
 
 class FakeSysfs : public ::testing::Test {
