@@ -34,7 +34,8 @@ bool isValidUtf8(std::string_view bytes) {
   while (i < bytes.size()) {
     const auto lead = static_cast<unsigned char>(bytes[i]);
     const SequenceShape shape = shapeOf(lead);
-    if (shape.length == 0 || bytes.size() - i < static_cast<std::size_t>(shape.length)) return false;
+    if (shape.length == 0 || bytes.size() - i < static_cast<std::size_t>(shape.length))
+      return false;
     if (shape.length > 1) {
       const auto second = static_cast<unsigned char>(bytes[i + 1]);
       if (second < shape.secondMin || second > shape.secondMax) return false;

@@ -39,8 +39,8 @@ std::optional<Json> parseJson(std::string_view text) {
   bool tooDeep = false;
   const Json::parser_callback_t limitDepth = [&tooDeep](int depth, Json::parse_event_t event,
                                                         Json&) {
-    const bool opens = event == Json::parse_event_t::object_start ||
-                       event == Json::parse_event_t::array_start;
+    const bool opens =
+        event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start;
     if (opens && depth >= kMaxJsonDepth) {
       tooDeep = true;
       return false;

@@ -39,7 +39,8 @@ bool isRegularFile(const std::string& path) {
 
 class DirectoryMainBundle final : public MainBundle {
  public:
-  std::optional<std::string> pathForResource(std::string_view name, std::string_view type) override {
+  std::optional<std::string> pathForResource(std::string_view name,
+                                             std::string_view type) override {
     std::string path = bundleDirectory() + "/" + std::string(name);
     if (!type.empty()) path += "." + std::string(type);
     if (!isRegularFile(path)) return std::nullopt;

@@ -65,11 +65,13 @@ std::optional<std::string> osReleaseValue(const std::string& file, std::string_v
   std::ifstream stream(file);
   std::string line;
   while (std::getline(stream, line)) {
-    if (line.size() <= key.size() || line.compare(0, key.size(), key) != 0 || line[key.size()] != '=') {
+    if (line.size() <= key.size() || line.compare(0, key.size(), key) != 0 ||
+        line[key.size()] != '=') {
       continue;
     }
     std::string value = trim(line.substr(key.size() + 1));
-    if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front()) {
+    if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
+        value.back() == value.front()) {
       value = value.substr(1, value.size() - 2);
     }
     return value;
@@ -113,7 +115,9 @@ class LinuxCurrentDevice final : public CurrentDevice {
   std::string systemVersion() override {
     return osReleaseValue(files_.osReleaseFile, "VERSION_ID").value_or(unameFields().release);
   }
-  std::string model() override { return simulatedIdiom() == InterfaceIdiom::pad ? "iPad" : "iPhone"; }
+  std::string model() override {
+    return simulatedIdiom() == InterfaceIdiom::pad ? "iPad" : "iPhone";
+  }
   std::string localizedModel() override { return model(); }
 
   std::optional<std::string> identifierForVendor() override {
@@ -122,9 +126,8 @@ class LinuxCurrentDevice final : public CurrentDevice {
     }
     std::lock_guard lock(vendorMutex_);
     if (!storedVendorId_) {
-      const std::string container = files_.containerDirectory.empty()
-                                        ? appGroupContainerDirectory()
-                                        : files_.containerDirectory;
+      const std::string container = files_.containerDirectory.empty() ? appGroupContainerDirectory()
+                                                                      : files_.containerDirectory;
       storedVendorId_ = storedVendorIdentifier(container);
     }
     return storedVendorId_;
@@ -284,7 +287,8 @@ class LinuxSystemInfo final : public SystemInfo {
     std::map<VolumeCapacityKey, VolumeValue> values;
     for (const VolumeCapacityKey key : keys) {
       // std::int64_t and long are one type here: pick the 64-bit alternative by its index.
-      const std::int64_t value = key == VolumeCapacityKey::volumeTotalCapacityKey ? total : available;
+      const std::int64_t value =
+          key == VolumeCapacityKey::volumeTotalCapacityKey ? total : available;
       values.insert_or_assign(key, VolumeValue(std::in_place_index<0>, value));
     }
     return values;

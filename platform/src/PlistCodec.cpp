@@ -1,3 +1,5 @@
+#include "PlistCodec.h"
+
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -5,8 +7,6 @@
 #include <string>
 
 #include <plist/plist.h>
-
-#include "PlistCodec.h"
 
 namespace platform::detail {
 namespace {
@@ -48,8 +48,8 @@ PlistNode makeArray(const PropertyArray& array, int depth) {
 PlistNode makeDate(const PropertyDate& date) {
   const double seconds = std::floor(date.secondsSinceReferenceDate);
   if (!std::isfinite(seconds) || seconds < INT32_MIN || seconds > INT32_MAX) return nullptr;
-  auto microseconds = static_cast<std::int32_t>(
-      std::lround((date.secondsSinceReferenceDate - seconds) * 1e6));
+  auto microseconds =
+      static_cast<std::int32_t>(std::lround((date.secondsSinceReferenceDate - seconds) * 1e6));
   auto wholeSeconds = static_cast<std::int64_t>(seconds);
   if (microseconds >= 1000000) {
     microseconds -= 1000000;

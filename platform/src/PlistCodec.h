@@ -19,7 +19,8 @@ inline constexpr std::size_t kMaxPropertyListBytes = std::size_t{4} << 20;
 inline constexpr std::size_t kMaxPropertyListValues = std::size_t{1} << 18;
 
 // True when the binary property list's object graph, expanded from its root, nests no deeper than
-// kMaxPropertyListDepth and holds at most kMaxPropertyListValues values; false when it is malformed.
+// kMaxPropertyListDepth and holds at most kMaxPropertyListValues values; false when it is
+// malformed.
 bool binaryPropertyListWithinBounds(std::string_view bytes);
 // True when the XML document's elements nest no deeper than the property-list bound allows.
 bool xmlPropertyListWithinBounds(std::string_view text);

@@ -105,8 +105,7 @@ std::optional<PropertyValue> convertScalar(plist_t node, plist_type type) {
       plist_get_date_val(node, &seconds, &microseconds);
       return PropertyValue(PropertyDate{seconds + microseconds / 1e6});
     }
-    default:
-      return std::nullopt;
+    default: return std::nullopt;
   }
 }
 

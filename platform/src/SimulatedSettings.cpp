@@ -50,7 +50,8 @@ class SimulatedTelephony final : public Telephony {
       override {
     std::optional<std::string> carrier = environmentValue("ZELNORA_SIM_CARRIER");
     if (!carrier) return std::nullopt;
-    return std::vector<std::pair<std::string, Carrier>>{{kFirstServiceIdentifier, Carrier{carrier}}};
+    return std::vector<std::pair<std::string, Carrier>>{
+        {kFirstServiceIdentifier, Carrier{carrier}}};
   }
 };
 
@@ -80,7 +81,9 @@ class SimulatedAdvertising final : public AdvertisingIdentifierManager {
   }
 
  private:
-  static std::string identifier() { return environmentValue("ZELNORA_SIM_ADVERTISING_ID").value_or(""); }
+  static std::string identifier() {
+    return environmentValue("ZELNORA_SIM_ADVERTISING_ID").value_or("");
+  }
   static std::string upperCase(std::string text) {
     for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;

@@ -24,7 +24,7 @@ namespace detail {
 
 bool createPrivateDirectories(const std::string& path) {
   if (path.empty()) return false;
-  for (std::size_t slash = path.find('/', 1); ; slash = path.find('/', slash + 1)) {
+  for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     const std::string prefix = path.substr(0, slash);
     if (::mkdir(prefix.c_str(), 0700) == 0) {
       ::chmod(prefix.c_str(), 0700);
@@ -72,20 +72,26 @@ class Statement {
   explicit operator bool() const { return statement_ != nullptr; }
   sqlite3_stmt* get() const { return statement_; }
   void bindText(int index, std::string_view text) {
-    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
+                      SQLITE_TRANSIENT);
   }
   void bindBlob(int index, const Bytes& bytes) {
-    sqlite3_bind_blob(statement_, index, bytes.data(), static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_blob(statement_, index, bytes.data(), static_cast<int>(bytes.size()),
+                      SQLITE_TRANSIENT);
   }
   std::string_view blob(int column) const {
     const void* data = sqlite3_column_blob(statement_, column);
     const int size = sqlite3_column_bytes(statement_, column);
-    return data == nullptr ? std::string_view() : std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size));
+    return data == nullptr
+               ? std::string_view()
+               : std::string_view(static_cast<const char*>(data), static_cast<std::size_t>(size));
   }
   std::string text(int column) const {
     const unsigned char* data = sqlite3_column_text(statement_, column);
     const int size = sqlite3_column_bytes(statement_, column);
-    return data == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
+    return data == nullptr
+               ? std::string()
+               : std::string(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
   }
 
  private:

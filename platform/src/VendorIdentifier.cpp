@@ -41,8 +41,10 @@ std::optional<std::string> readSmallText(const std::string& path) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+    text.remove_suffix(1);
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+    text.remove_prefix(1);
   return text;
 }
 
@@ -56,15 +58,15 @@ std::optional<std::string> readIdentifierFile(const std::string& path) {
 // replaces a file, so when two processes race the first one's identifier stays; a garbled file is
 // replaced.
 void publishNewIdentifier(const std::string& path) {
-  const std::string temporary = path + ".tmp." + std::to_string(::getpid()) + "." +
-                                randomUuid().substr(0, 8);
+  const std::string temporary =
+      path + ".tmp." + std::to_string(::getpid()) + "." + randomUuid().substr(0, 8);
   const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) return;
   const std::string content = randomUuid() + "\n";
-  const bool written = ::fchmod(fd, 0600) == 0 &&
-                       ::write(fd, content.data(), content.size()) ==
-                           static_cast<ssize_t>(content.size()) &&
-                       ::fsync(fd) == 0;
+  const bool written =
+      ::fchmod(fd, 0600) == 0 &&
+      ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
+      ::fsync(fd) == 0;
   ::close(fd);
   if (written && ::link(temporary.c_str(), path.c_str()) != 0 && errno == EEXIST &&
       !readIdentifierFile(path)) {

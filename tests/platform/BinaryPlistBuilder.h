@@ -17,7 +17,9 @@ class BinaryPlistBuilder {
 
   Ref string(std::string_view ascii) { return add(header(0x5, ascii.size()) + std::string(ascii)); }
   Ref data(std::string_view bytes) { return add(header(0x4, bytes.size()) + std::string(bytes)); }
-  Ref integer(std::int64_t value) { return add("\x13" + bigEndian(static_cast<std::uint64_t>(value), 8)); }
+  Ref integer(std::int64_t value) {
+    return add("\x13" + bigEndian(static_cast<std::uint64_t>(value), 8));
+  }
   Ref real(double value) { return add("\x23" + bigEndian(bitsOf(value), 8)); }
   Ref date(double secondsSince2001) { return add("\x33" + bigEndian(bitsOf(secondsSince2001), 8)); }
   Ref boolean(bool value) { return add(std::string(1, value ? '\x09' : '\x08')); }
@@ -62,7 +64,8 @@ class BinaryPlistBuilder {
   }
   static std::string bigEndian(std::uint64_t value, std::size_t width) {
     std::string out(width, '\0');
-    for (std::size_t i = 0; i < width; ++i) out[width - 1 - i] = static_cast<char>(value >> (8 * i));
+    for (std::size_t i = 0; i < width; ++i)
+      out[width - 1 - i] = static_cast<char>(value >> (8 * i));
     return out;
   }
   static std::uint64_t bitsOf(double value) {

@@ -77,7 +77,8 @@ TEST(JsonObjectWriter, OutputParsesBackToTheSameValues) {
 }
 
 std::string nestedArrays(int depth) {
-  return std::string(static_cast<size_t>(depth), '[') + std::string(static_cast<size_t>(depth), ']');
+  return std::string(static_cast<size_t>(depth), '[') +
+         std::string(static_cast<size_t>(depth), ']');
 }
 
 std::string nestedObjects(int depth) {
@@ -115,9 +116,9 @@ TEST(JsonParse, RefusesMalformedInput) {
       "{'a':1}",
       R"({"a":1} // comment)",
       "\"caf\xc3\"",
-      "\"\xed\xa0\x80\"",       // encoded surrogate
-      "\"\xc0\xaf\"",           // overlong "/"
-      "\"\xf4\x90\x80\x80\"",   // above U+10FFFF
+      "\"\xed\xa0\x80\"",      // encoded surrogate
+      "\"\xc0\xaf\"",          // overlong "/"
+      "\"\xf4\x90\x80\x80\"",  // above U+10FFFF
       "[1]\xff",
       "nul",
       R"("unterminated)",

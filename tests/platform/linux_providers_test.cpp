@@ -40,20 +40,24 @@ void writeFile(const std::string& root, const std::string& relative, std::string
 
 class MainBundleDirectory {
  public:
-  explicit MainBundleDirectory(std::string directory) { setMainBundleDirectory(std::move(directory)); }
+  explicit MainBundleDirectory(std::string directory) {
+    setMainBundleDirectory(std::move(directory));
+  }
   ~MainBundleDirectory() { setMainBundleDirectory(""); }
 };
 
 TEST(LinuxMainBundle, FindsResourcesAndInfoInTheConfiguredDirectory) {
   TempDirectory dir;
   dir.write("ZelnoraAdsConfig.plist", xmlPlist("<dict/>"));
-  dir.write("Info.plist", xmlPlist(R"(<dict><key>CFBundleIdentifier</key><string>com.example.host</string>
+  dir.write("Info.plist",
+            xmlPlist(R"(<dict><key>CFBundleIdentifier</key><string>com.example.host</string>
       <key>CFBundleShortVersionString</key><string>3.1</string></dict>)"));
   std::filesystem::create_directory(dir.file("Folder.plist"));
   MainBundleDirectory guard(dir.path());
   MainBundle& bundle = linux_provider::mainBundle();
 
-  EXPECT_EQ(bundle.pathForResource("ZelnoraAdsConfig", "plist"), dir.file("ZelnoraAdsConfig.plist"));
+  EXPECT_EQ(bundle.pathForResource("ZelnoraAdsConfig", "plist"),
+            dir.file("ZelnoraAdsConfig.plist"));
   EXPECT_FALSE(bundle.pathForResource("ZelnoraAdsConfig", "json").has_value());
   EXPECT_FALSE(bundle.pathForResource("Missing", "plist").has_value());
   EXPECT_FALSE(bundle.pathForResource("Folder", "plist").has_value());
@@ -74,7 +78,8 @@ TEST(LinuxMainBundle, InfoThatIsMissingOrNotADictionaryGivesNothing) {
   EXPECT_FALSE(bundle.infoDictionary().has_value());
   EXPECT_FALSE(bundle.bundleIdentifier().has_value());
 
-  dir.write("Info.plist", xmlPlist("<dict><key>CFBundleIdentifier</key><integer>7</integer></dict>"));
+  dir.write("Info.plist",
+            xmlPlist("<dict><key>CFBundleIdentifier</key><integer>7</integer></dict>"));
   EXPECT_TRUE(bundle.infoDictionary().has_value());
   EXPECT_FALSE(bundle.bundleIdentifier().has_value());
 
@@ -220,7 +225,8 @@ TEST(LinuxVendorIdentifier, SimulatedSettingWins) {
 class FakeSysfs : public ::testing::Test {
  protected:
   detail::LinuxDeviceFiles files() const {
-    return {.sysDirectory = sys_.path(), .osReleaseFile = sys_.file("os-release"),
+    return {.sysDirectory = sys_.path(),
+            .osReleaseFile = sys_.file("os-release"),
             .containerDirectory = sys_.file("container")};
   }
   void write(const std::string& relative, std::string_view content) {
@@ -250,14 +256,15 @@ TEST_F(FakeSysfs, BatteryLevelAndStateReadingsTable) {
   const auto device = detail::makeLinuxCurrentDevice(files());
   device->setBatteryMonitoringEnabled(true);
   const std::pair<std::string, float> levels[] = {
-      {"100\n", 1.0f}, {"0", 0.0f}, {"50.5", 0.505f}, {"150", -1.0f}, {"-3", -1.0f},
-      {"nan", -1.0f},  {"inf", -1.0f}, {"abc", -1.0f}, {"", -1.0f}, {"85%", -1.0f}};
+      {"100\n", 1.0f}, {"0", 0.0f},    {"50.5", 0.505f}, {"150", -1.0f}, {"-3", -1.0f},
+      {"nan", -1.0f},  {"inf", -1.0f}, {"abc", -1.0f},   {"", -1.0f},    {"85%", -1.0f}};
   for (const auto& [text, expected] : levels) {
     write("class/power_supply/BAT1/capacity", text);
     EXPECT_FLOAT_EQ(device->batteryLevel(), expected) << text;
   }
-  const std::pair<std::string, int> states[] = {
-      {"Charging", 2}, {"Discharging", 1}, {"Not charging", 1}, {"Full", 3}, {"Unknown", 0}, {"", 0}};
+  const std::pair<std::string, int> states[] = {{"Charging", 2},     {"Discharging", 1},
+                                                {"Not charging", 1}, {"Full", 3},
+                                                {"Unknown", 0},      {"", 0}};
   for (const auto& [text, expected] : states) {
     write("class/power_supply/BAT1/status", text + "\n");
     EXPECT_EQ(device->batteryState(), expected) << text;
@@ -273,8 +280,9 @@ TEST_F(FakeSysfs, NoBatteryMeansUnknown) {
 }
 
 TEST_F(FakeSysfs, SystemNameAndVersionFromOsRelease) {
-  write("os-release", "PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\nNAME=\"Debian GNU/Linux\"\n"
-                      "VERSION_ID=\"12\"\nID=debian\n");
+  write("os-release",
+        "PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\nNAME=\"Debian GNU/Linux\"\n"
+        "VERSION_ID=\"12\"\nID=debian\n");
   const auto device = detail::makeLinuxCurrentDevice(files());
   EXPECT_EQ(device->systemName(), "Debian GNU/Linux");
   EXPECT_EQ(device->systemVersion(), "12");
@@ -294,17 +302,16 @@ TEST_F(FakeSysfs, SystemNameAndVersionFromOsRelease) {
 TEST_F(FakeSysfs, OperatingSystemVersionParts) {
   const auto info = detail::makeLinuxProcessInfo(files());
   const std::pair<std::string, std::array<int, 3>> cases[] = {
-      {"VERSION_ID=\"12\"", {12, 0, 0}},
-      {"VERSION_ID=22.04", {22, 4, 0}},
-      {"VERSION_ID='3.18.4'", {3, 18, 4}},
-      {"VERSION_ID=\"1.2.3.4\"", {1, 2, 3}},
+      {"VERSION_ID=\"12\"", {12, 0, 0}},     {"VERSION_ID=22.04", {22, 4, 0}},
+      {"VERSION_ID='3.18.4'", {3, 18, 4}},   {"VERSION_ID=\"1.2.3.4\"", {1, 2, 3}},
       {"VERSION_ID=\"rolling\"", {0, 0, 0}},
   };
   for (const auto& [line, expected] : cases) {
     write("os-release", "NAME=x\n" + line + "\n");
     const OperatingSystemVersion version = info->operatingSystemVersion();
-    EXPECT_EQ((std::array<int, 3>{version.majorVersion, version.minorVersion, version.patchVersion}),
-              expected)
+    EXPECT_EQ(
+        (std::array<int, 3>{version.majorVersion, version.minorVersion, version.patchVersion}),
+        expected)
         << line;
   }
 }
@@ -356,8 +363,8 @@ TEST_F(FakeSysfs, ThermalStateFromTheHottestZone) {
   write("class/thermal/thermal_zone0/trip_point_1_type", "critical\n");
   write("class/thermal/thermal_zone0/trip_point_1_temp", "105000\n");
   write("class/thermal/thermal_zone1/temp", "99000\n");  // no trip points: says nothing
-  const std::pair<std::string, int> cases[] = {
-      {"40000", 0}, {"81000", 1}, {"90000", 2}, {"101000", 2}, {"105000", 3}, {"garbled", 0}};
+  const std::pair<std::string, int> cases[] = {{"40000", 0},  {"81000", 1},  {"90000", 2},
+                                               {"101000", 2}, {"105000", 3}, {"garbled", 0}};
   for (const auto& [temperature, expected] : cases) {
     write("class/thermal/thermal_zone0/temp", temperature + "\n");
     EXPECT_EQ(info->thermalState(), expected) << temperature;
@@ -404,7 +411,8 @@ TEST(LinuxSystemInfo, VolumeCapacitiesAreSane) {
   EXPECT_EQ(std::get<0>(values->at(volumeAvailableCapacityForImportantUsageKey)), available);
   EXPECT_EQ(std::get<0>(values->at(volumeAvailableCapacityForOpportunisticUsageKey)), available);
 
-  const auto onlyTotal = linux_provider::systemInfo().volumeCapacities("/", {volumeTotalCapacityKey});
+  const auto onlyTotal =
+      linux_provider::systemInfo().volumeCapacities("/", {volumeTotalCapacityKey});
   ASSERT_TRUE(onlyTotal.has_value());
   EXPECT_EQ(onlyTotal->size(), 1u);
   EXPECT_FALSE(linux_provider::systemInfo()

@@ -5,9 +5,9 @@
 
 #include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/PlistCodec.h"
-#include "platform/PropertyListReader.h"
 #include "BinaryPlistBuilder.h"
 #include "TempDirectory.h"
+#include "platform/PropertyListReader.h"
 
 namespace platform {
 namespace {
@@ -21,7 +21,8 @@ std::string xmlDocument(std::string_view body) {
   return std::string(R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">
-)") + std::string(body) + "\n</plist>\n";
+)") + std::string(body) +
+         "\n</plist>\n";
 }
 
 std::string nestedXmlArrays(int depth) {
@@ -143,8 +144,8 @@ TEST(PropertyListReader, ReadsTypedValuesFromABinaryFile) {
 }
 
 TEST(PropertyListReader, DataAndTextStayDistinctTypes) {
-  const auto xml = parsePropertyList(
-      xmlDocument("<array><string>aGk=</string><data>aGk=</data></array>"));
+  const auto xml =
+      parsePropertyList(xmlDocument("<array><string>aGk=</string><data>aGk=</data></array>"));
   ASSERT_TRUE(xml.has_value());
   const PropertyArray& items = *xml->array();
   ASSERT_EQ(items.size(), 2u);
@@ -248,8 +249,8 @@ TEST(PropertyListReader, DamagedFilesNeverCrashTheReader) {
 TEST(PropertyListReader, OversizeFileIsRefused) {
   TempDirectory dir;
   const std::string small = xmlDocument("<string>ok</string>");
-  std::string big = xmlDocument("<string>" + std::string(detail::kMaxPropertyListBytes, 'x') +
-                                "</string>");
+  std::string big =
+      xmlDocument("<string>" + std::string(detail::kMaxPropertyListBytes, 'x') + "</string>");
   EXPECT_TRUE(reader().readFile(dir.write("small.plist", small)).has_value());
   EXPECT_FALSE(reader().readFile(dir.write("big.plist", big)).has_value());
   EXPECT_FALSE(parsePropertyList(big).has_value());

@@ -31,7 +31,9 @@ mode_t modeOf(const std::string& path) {
   return info.st_mode & 07777;
 }
 
-std::string keyFor(std::string_view writer, int i) { return std::string(writer) + "." + std::to_string(i); }
+std::string keyFor(std::string_view writer, int i) {
+  return std::string(writer) + "." + std::to_string(i);
+}
 
 void writeKeys(UserDefaultsSuite& suite, std::string_view writer) {
   for (int i = 0; i < kWritesPerProcess; ++i) {
@@ -131,8 +133,8 @@ TEST(UserDefaultsStore, SameSuiteNameGivesTheSameSuite) {
 TEST(UserDefaultsStore, UnsafeSuiteNamesAreRefused) {
   TempDirectory dir;
   auto store = makeSqliteUserDefaultsStore(dir.path());
-  const std::string unsafe[] = {"", "/", "a/b", "..", ".", "../escape", std::string("a\0b", 3),
-                                std::string(300, 'n')};
+  const std::string unsafe[] = {
+      "", "/", "a/b", "..", ".", "../escape", std::string("a\0b", 3), std::string(300, 'n')};
   for (const std::string& name : unsafe) {
     EXPECT_EQ(store->suite(name), nullptr) << name;
   }
@@ -194,7 +196,8 @@ TEST(UserDefaultsConcurrency, ThreadsWritingOneSuiteLoseNothing) {
     writers.emplace_back([&store, t] {
       auto suite = store->suite(kSharedSuite);
       if (suite == nullptr) return;
-      for (int i = 0; i < 100; ++i) suite->set(keyFor("thread" + std::to_string(t), i), std::int64_t{i});
+      for (int i = 0; i < 100; ++i)
+        suite->set(keyFor("thread" + std::to_string(t), i), std::int64_t{i});
     });
   }
   for (std::thread& writer : writers) writer.join();
