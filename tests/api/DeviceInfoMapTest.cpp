@@ -1,10 +1,15 @@
 // The device information map against fake platform readings: every key present and absent, and
 // the formatting rules of its values.
+#include <stdlib.h>
+
 #include <clocale>
+#include <cstdio>
+#include <cstdlib>
 #include <cmath>
 #include <limits>
 #include <locale>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -254,34 +259,62 @@ TEST(DeviceInfoFormatting, FixedSixDecimalsLikePrintfInTheCLocale) {
   for (const auto& [value, text] : cases) EXPECT_EQ(detail::fixedSixDecimals(value), text);
 }
 
-// Restores the process locale however the test ends.
+// A locale writing decimal commas: an installed one, or else one compiled with localedef into a
+// temporary directory (LOCPATH). Restores the process locale however the test ends.
 class CommaDecimalLocale {
  public:
   CommaDecimalLocale() : previousC_(std::setlocale(LC_ALL, nullptr)) {
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8",
-                             "ru_RU.UTF-8", "nl_NL.UTF-8", "es_ES.UTF-8", "it_IT.UTF-8"}) {
-      if (std::setlocale(LC_ALL, name) != nullptr) {
-        name_ = name;
-        previousCpp_ = std::locale::global(std::locale(name));
-        return;
-      }
-    }
+    if (!tryInstalled() && !tryCompiled()) return;
+    char text[32];
+    std::snprintf(text, sizeof text, "%f", 1.5);
+    commaActive_ = std::string(text) == "1,500000";
   }
   ~CommaDecimalLocale() {
     std::setlocale(LC_ALL, previousC_.c_str());
     if (!name_.empty()) std::locale::global(previousCpp_);
   }
-  bool active() const { return !name_.empty(); }
+  bool active() const { return commaActive_; }
 
  private:
+  bool use(const char* name) {
+    if (std::setlocale(LC_ALL, name) == nullptr) return false;
+    name_ = name;
+    try {
+      previousCpp_ = std::locale::global(std::locale(name));
+    } catch (const std::runtime_error&) {
+      // The C locale alone is enough for printf-style formatting.
+    }
+    return true;
+  }
+  bool tryInstalled() {
+    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8",
+                             "nl_NL.UTF-8", "es_ES.UTF-8", "it_IT.UTF-8"}) {
+      if (use(name)) return true;
+    }
+    return false;
+  }
+  bool tryCompiled() {
+    char pattern[] = "/tmp/zelnora-locale-XXXXXX";
+    const char* directory = ::mkdtemp(pattern);
+    if (directory == nullptr) return false;
+    const std::string command = "localedef -i de_DE -f UTF-8 " + std::string(directory) +
+                                "/de_DE.UTF-8 >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0) return false;
+    ::setenv("LOCPATH", directory, 1);
+    return use("de_DE.UTF-8");
+  }
+
   std::string previousC_;
   std::locale previousCpp_;
   std::string name_;
+  bool commaActive_ = false;
 };
 
 TEST_F(DeviceInfoMap, CoordinatesKeepTheDecimalPointUnderACommaLocale) {
   CommaDecimalLocale locale;
-  if (!locale.active()) GTEST_SKIP() << "no locale with a decimal comma is installed";
+  if (!locale.active()) {
+    GTEST_SKIP() << "no locale with a decimal comma is installed and localedef cannot make one";
+  }
   location_.fix = platform::Coordinate{-23.5505199, 0.0};
   InfoMap map = ZAReportHelper::getDeviceInfoMap();
   EXPECT_EQ(map["lat"], "-23.550520");
