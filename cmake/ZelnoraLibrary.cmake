@@ -6,6 +6,12 @@ include(GenerateExportHeader)
 # Directory holding the generated export headers (<folder>/export.h) in the build tree.
 set(ZELNORA_GENERATED_INCLUDE_DIR ${PROJECT_BINARY_DIR}/generated/include)
 
+if(ZELNORA_HIDDEN_VISIBILITY AND BUILD_SHARED_LIBS AND ZELNORA_BUILD_TESTS)
+  message(WARNING "Some tests call internal functions (declared under <folder>/src/), which a "
+    "shared build with ZELNORA_HIDDEN_VISIBILITY does not export: build the tests static "
+    "(BUILD_SHARED_LIBS=OFF) or set ZELNORA_BUILD_TESTS=OFF for this build.")
+endif()
+
 # zelnora_library_properties(<target> EXPORT_NAME <name> HEADER_FOLDER <folder> MACRO_BASE <BASE>)
 #
 # Makes <folder>/export.h with <BASE>_EXPORT / <BASE>_NO_EXPORT / <BASE>_DEPRECATED. A static build
@@ -15,7 +21,9 @@ function(zelnora_library_properties target)
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${arg_EXPORT_NAME}
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    # Installed shared objects find each other beside themselves, wherever the prefix is.
+    INSTALL_RPATH "$ORIGIN")
 
   generate_export_header(${target}
     BASE_NAME ${arg_MACRO_BASE}
