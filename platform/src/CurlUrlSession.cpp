@@ -1,5 +1,4 @@
 // The Linux URL session: libcurl's multi interface driven by one background worker thread.
-#include <curl/curl.h>
 #include <signal.h>
 
 #include <algorithm>
@@ -13,6 +12,8 @@
 #include <mutex>
 #include <set>
 #include <thread>
+
+#include <curl/curl.h>
 
 #include "LinuxProviders.h"
 #include "platform/UrlSession.h"
@@ -67,9 +68,8 @@ bool isTokenChar(unsigned char c) {
 
 // An HTTP token: this also keeps CR, LF, NUL, ':' and blanks out of names and methods.
 bool isToken(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
-    return isTokenChar(c);
-  });
+  return !text.empty() &&
+         std::all_of(text.begin(), text.end(), [](unsigned char c) { return isTokenChar(c); });
 }
 
 // curl writes header lines verbatim: CR or LF in a value would inject header lines.
@@ -124,8 +124,9 @@ void recordHeaderLine(Fields& fields, std::string_view line) {
   if (colon == std::string_view::npos) return;
   const auto name = trimBlanks(line.substr(0, colon));
   const auto value = trimBlanks(line.substr(colon + 1));
-  auto existing = std::find_if(fields.begin(), fields.end(),
-                               [&](const auto& field) { return equalsIgnoringCase(field.first, name); });
+  auto existing = std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
+    return equalsIgnoringCase(field.first, name);
+  });
   if (existing == fields.end()) {
     fields.emplace_back(std::string(name), std::string(value));
   } else {
@@ -138,43 +139,33 @@ void recordHeaderLine(Fields& fields, std::string_view line) {
 
 std::int64_t urlErrorCode(CURLcode code) {
   switch (code) {
-    case CURLE_OPERATION_TIMEDOUT:
-      return kURLErrorTimedOut;
-    case CURLE_COULDNT_CONNECT:
-      return kURLErrorCannotConnectToHost;
+    case CURLE_OPERATION_TIMEDOUT: return kURLErrorTimedOut;
+    case CURLE_COULDNT_CONNECT: return kURLErrorCannotConnectToHost;
     case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-      return kURLErrorCannotFindHost;
+    case CURLE_COULDNT_RESOLVE_PROXY: return kURLErrorCannotFindHost;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-      return kURLErrorNetworkConnectionLost;
+    case CURLE_PARTIAL_FILE: return kURLErrorNetworkConnectionLost;
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_ENGINE_NOTFOUND:
     case CURLE_SSL_ENGINE_SETFAILED:
     case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CIPHER:
     case CURLE_SSL_SHUTDOWN_FAILED:
-    case CURLE_SSL_CRL_BADFILE:
-      return kURLErrorSecureConnectionFailed;
+    case CURLE_SSL_CRL_BADFILE: return kURLErrorSecureConnectionFailed;
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_CACERT_BADFILE:
     case CURLE_SSL_ISSUER_ERROR:
-    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-      return kURLErrorServerCertificateUntrusted;
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH: return kURLErrorServerCertificateUntrusted;
     case CURLE_UNSUPPORTED_PROTOCOL:
       // The scheme was checked before the transfer began, so this is an answer curl cannot read
       // (HTTP/0.9 or garbage instead of a status line) or a redirect to a scheme we do not follow.
       return kURLErrorBadServerResponse;
-    case CURLE_WEIRD_SERVER_REPLY:
-      return kURLErrorBadServerResponse;
-    case CURLE_URL_MALFORMAT:
-      return kURLErrorBadURL;
-    case CURLE_BAD_CONTENT_ENCODING:
-      return kURLErrorCannotDecodeContentData;
-    default:
-      return kURLErrorUnknown;
+    case CURLE_WEIRD_SERVER_REPLY: return kURLErrorBadServerResponse;
+    case CURLE_URL_MALFORMAT: return kURLErrorBadURL;
+    case CURLE_BAD_CONTENT_ENCODING: return kURLErrorCannotDecodeContentData;
+    default: return kURLErrorUnknown;
   }
 }
 
@@ -273,8 +264,7 @@ std::optional<Error> prepare(Transfer& transfer) {
   CURL* easy = transfer.easy = curl_easy_init();
   if (easy == nullptr) return transportError(kURLErrorUnknown, "cannot create a transfer");
   const auto& body = transfer.request.httpBody;
-  transfer.headers =
-      buildHeaderList(transfer.request.allHTTPHeaderFields, body ? body->size() : 0);
+  transfer.headers = buildHeaderList(transfer.request.allHTTPHeaderFields, body ? body->size() : 0);
 
   curl_easy_setopt(easy, CURLOPT_URL, transfer.request.url.absoluteString().c_str());
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,file");
@@ -317,7 +307,7 @@ Error errorOf(const Transfer& transfer, CURLcode result) {
     return transportError(kURLErrorBadServerResponse, "response headers too large");
   }
   std::string description = transfer.errorText[0] != '\0' ? std::string(transfer.errorText)
-                                                           : std::string(curl_easy_strerror(result));
+                                                          : std::string(curl_easy_strerror(result));
   return transportError(urlErrorCode(result), std::move(description));
 }
 
@@ -446,11 +436,11 @@ class CurlUrlSession final : public URLSession {
   CURLM* const multi_;
   std::thread::id workerId_;
   std::mutex mutex_;
-  std::condition_variable settled_;                 // a completion has returned
-  std::deque<std::unique_ptr<Transfer>> queued_;    // guarded by mutex_
-  std::set<std::uint64_t> unfinished_;              // guarded by mutex_: tickets not yet completed
-  std::uint64_t nextTicket_ = 0;                    // guarded by mutex_
-  std::size_t active_ = 0;                          // worker thread only
+  std::condition_variable settled_;               // a completion has returned
+  std::deque<std::unique_ptr<Transfer>> queued_;  // guarded by mutex_
+  std::set<std::uint64_t> unfinished_;            // guarded by mutex_: tickets not yet completed
+  std::uint64_t nextTicket_ = 0;                  // guarded by mutex_
+  std::size_t active_ = 0;                        // worker thread only
 };
 
 }  // namespace

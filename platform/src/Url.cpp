@@ -1,8 +1,8 @@
 #include "platform/Url.h"
 
-#include <curl/curl.h>
-
 #include <memory>
+
+#include <curl/curl.h>
 
 namespace platform {
 namespace {

@@ -1,8 +1,5 @@
 // The Linux URL session against real loopback servers: what goes on the wire, what comes back,
 // transport failures, and completions under concurrency.
-#include <gtest/gtest.h>
-#include <httplib.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
@@ -11,6 +8,9 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
 
 #include "../../platform/src/LinuxProviders.h"
 #include "platform/RawSocketServer.h"
@@ -73,8 +73,8 @@ class LoopbackServer {
     server_.set_payload_max_length(64 << 20);
     auto record = [this](const httplib::Request& request) {
       std::lock_guard lock(mutex_);
-      received_.push_back({request.method, request.path, request.body, request.params,
-                           request.headers});
+      received_.push_back(
+          {request.method, request.path, request.body, request.params, request.headers});
     };
     auto echo = [record](const httplib::Request& request, httplib::Response& response) {
       record(request);
@@ -82,12 +82,13 @@ class LoopbackServer {
     };
     server_.Get("/echo.*", echo).Post("/echo.*", echo).Put("/echo.*", echo);
     server_.Delete("/echo.*", echo).Options("/echo.*", echo);
-    server_.Get(R"(/status/(\d+))", [](const httplib::Request& request, httplib::Response& response) {
-      response.status = std::stoi(request.matches[1]);
-      if (response.status != 204 && response.status != 304) {
-        response.set_content("status " + std::string(request.matches[1]), "text/plain");
-      }
-    });
+    server_.Get(R"(/status/(\d+))",
+                [](const httplib::Request& request, httplib::Response& response) {
+                  response.status = std::stoi(request.matches[1]);
+                  if (response.status != 204 && response.status != 304) {
+                    response.set_content("status " + std::string(request.matches[1]), "text/plain");
+                  }
+                });
     server_.Get("/redirect", [](const httplib::Request&, httplib::Response& response) {
       response.set_header("X-First", "yes");
       response.set_redirect("/final?x=1", 302);
@@ -258,8 +259,7 @@ TEST(SessionHeaderTest, ContentLengthOtherThanBodySizeIsReplacedByCurls) {
     const auto received = server.received();
     ASSERT_EQ(received.size(), 1u) << declared;
     EXPECT_EQ(received.front().body, "hello world") << declared;
-    EXPECT_EQ(valuesOf(received.front().headers, "Content-Length"),
-              std::vector<std::string>{"11"})
+    EXPECT_EQ(valuesOf(received.front().headers, "Content-Length"), std::vector<std::string>{"11"})
         << declared;
   }
 }
@@ -331,10 +331,8 @@ TEST(SessionResponseTest, HeadersKeepArrivalOrderAndJoinRepeats) {
   const auto outcome = send(requestFor(server.url("/")));
   ASSERT_FALSE(outcome.error);
   EXPECT_EQ(outcome.response->statusCode, 202);
-  const Fields expected{{"Z-Last", "1, 3"},
-                        {"A-First", "2"},
-                        {"Content-Length", "4"},
-                        {"Connection", "close"}};
+  const Fields expected{
+      {"Z-Last", "1, 3"}, {"A-First", "2"}, {"Content-Length", "4"}, {"Connection", "close"}};
   EXPECT_EQ(outcome.response->headerFields, expected);
   EXPECT_EQ(toString(*outcome.body), "body");
 }
@@ -406,28 +404,28 @@ TEST_P(SessionPeerFailureTest, EndsWithOneTransportError) {
 
 INSTANTIATE_TEST_SUITE_P(
     Peers, SessionPeerFailureTest,
-    ::testing::Values(
-        PeerCase{"ResetAfterRequest",
-                 [](auto& connection) {
-                   connection.readRequestHead();
-                   connection.reset();
-                 },
-                 kURLErrorNetworkConnectionLost},
-        PeerCase{"CloseWithoutAnswer",
-                 [](auto& connection) { connection.readRequestHead(); },
-                 kURLErrorNetworkConnectionLost},
-        PeerCase{"GarbageStatusLine",
-                 [](auto& connection) {
-                   connection.readRequestHead();
-                   connection.send("garbage that is not HTTP\r\n\r\n");
-                 },
-                 kURLErrorBadServerResponse},
-        PeerCase{"BodyCutShort",
-                 [](auto& connection) {
-                   connection.readRequestHead();
-                   connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly ten..");
-                 },
-                 kURLErrorNetworkConnectionLost}),
+    ::testing::Values(PeerCase{"ResetAfterRequest",
+                               [](auto& connection) {
+                                 connection.readRequestHead();
+                                 connection.reset();
+                               },
+                               kURLErrorNetworkConnectionLost},
+                      PeerCase{"CloseWithoutAnswer",
+                               [](auto& connection) { connection.readRequestHead(); },
+                               kURLErrorNetworkConnectionLost},
+                      PeerCase{"GarbageStatusLine",
+                               [](auto& connection) {
+                                 connection.readRequestHead();
+                                 connection.send("garbage that is not HTTP\r\n\r\n");
+                               },
+                               kURLErrorBadServerResponse},
+                      PeerCase{"BodyCutShort",
+                               [](auto& connection) {
+                                 connection.readRequestHead();
+                                 connection.send(
+                                     "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly ten..");
+                               },
+                               kURLErrorNetworkConnectionLost}),
     [](const auto& info) { return info.param.name; });
 
 TEST(SessionFailureTest, StalledPeerTimesOut) {

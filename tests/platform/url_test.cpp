@@ -1,8 +1,9 @@
 // URL parsing, components, query encoding, header add semantics and error descriptions.
+#include "platform/Url.h"
+
 #include <gtest/gtest.h>
 
 #include "platform/Error.h"
-#include "platform/Url.h"
 #include "platform/UrlSession.h"
 
 namespace platform {
@@ -29,18 +30,17 @@ TEST_P(UrlParseTest, AcceptsOnlyAbsoluteUrls) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, UrlParseTest,
-    ::testing::Values(ParseCase{"http://h", true}, ParseCase{"https://api.example.com/v1?x=1", true},
-                      ParseCase{"http://h/{key}/config", true},
-                      ParseCase{"http://h:8080/p", true}, ParseCase{"http://[::1]:8080/p", true},
-                      ParseCase{"HTTP://Example.COM/", true}, ParseCase{"file:///tmp/x", true},
-                      ParseCase{"http://u:p@h/p?q#f", true}, ParseCase{"http://h/p?", true},
-                      ParseCase{"custom+scheme://host/x", true},
-                      ParseCase{"api.example.com/path", false}, ParseCase{"/relative", false},
-                      ParseCase{"", false}, ParseCase{"http://h/a b", false},
-                      ParseCase{"http://h/a\tb", false}, ParseCase{"http://h/\r\nX: y", false},
-                      ParseCase{"http://h:99999/", false}, ParseCase{"http://h:80a/", false},
-                      ParseCase{"http://", false}, ParseCase{"1http://h/", false},
-                      ParseCase{std::string("http://h/a\0b", 12), false}));
+    ::testing::Values(
+        ParseCase{"http://h", true}, ParseCase{"https://api.example.com/v1?x=1", true},
+        ParseCase{"http://h/{key}/config", true}, ParseCase{"http://h:8080/p", true},
+        ParseCase{"http://[::1]:8080/p", true}, ParseCase{"HTTP://Example.COM/", true},
+        ParseCase{"file:///tmp/x", true}, ParseCase{"http://u:p@h/p?q#f", true},
+        ParseCase{"http://h/p?", true}, ParseCase{"custom+scheme://host/x", true},
+        ParseCase{"api.example.com/path", false}, ParseCase{"/relative", false},
+        ParseCase{"", false}, ParseCase{"http://h/a b", false}, ParseCase{"http://h/a\tb", false},
+        ParseCase{"http://h/\r\nX: y", false}, ParseCase{"http://h:99999/", false},
+        ParseCase{"http://h:80a/", false}, ParseCase{"http://", false},
+        ParseCase{"1http://h/", false}, ParseCase{std::string("http://h/a\0b", 12), false}));
 
 TEST(UrlTest, HostLeavesOutPortUserAndIpv6Brackets) {
   EXPECT_EQ(Url::parse("http://api.example.com:8443/x")->host(), "api.example.com");

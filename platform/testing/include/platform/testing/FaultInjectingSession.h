@@ -37,11 +37,11 @@ class FaultInjectingSession final : public URLSession {
   URLSession& real_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  std::optional<Error> failure_;                     // guarded by mutex_
-  std::vector<URLRequest> requests_;                 // guarded by mutex_
-  std::deque<std::function<void()>> failures_;       // guarded by mutex_
-  std::size_t failuresRunning_ = 0;                  // guarded by mutex_
-  bool stopping_ = false;                            // guarded by mutex_
+  std::optional<Error> failure_;                // guarded by mutex_
+  std::vector<URLRequest> requests_;            // guarded by mutex_
+  std::deque<std::function<void()>> failures_;  // guarded by mutex_
+  std::size_t failuresRunning_ = 0;             // guarded by mutex_
+  bool stopping_ = false;                       // guarded by mutex_
   std::thread worker_;
 };
 
