@@ -60,10 +60,9 @@ const ModelRow* DeviceAccess::listedRow(const Device& device, bool wrapped) {
 
 }  // namespace detail
 
-Device Device::simulator(const Device& simulated) {
-  Device device = simulated;
-  ++device.simulatorDepth_;
-  return device;
+Device Device::simulator(Device simulated) {
+  ++simulated.simulatorDepth_;
+  return simulated;
 }
 
 Device Device::unknown(std::string_view identifier) {

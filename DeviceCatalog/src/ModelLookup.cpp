@@ -10,17 +10,33 @@ namespace {
 
 // Open-addressing hash tables built at compile time, so a lookup costs one hash, a probe or two
 // and one comparison, and never allocates (Device::current() maps the identifier on every call).
-constexpr std::size_t kSlotCount = 512;  // a power of two, well above twice the identifier count
-constexpr std::uint8_t kEmptySlot = 0xFF;
+// A slot names a key by its place in the model table rather than holding the text itself.
+constexpr std::size_t kSlotCount = 512;  // a power of two, well above twice the key count
 
+// Zero means empty, so the tables start out as plain zero bytes.
 struct Slot {
-  std::string_view key;
-  std::uint8_t model = kEmptySlot;
+  std::uint8_t modelPlusOne;
+  std::uint8_t keyIndex;
+
+  constexpr bool isEmpty() const { return modelPlusOne == 0; }
+  constexpr std::size_t model() const { return modelPlusOne - 1u; }
 };
+
 struct HashTable {
-  std::array<Slot, kSlotCount> slots{};
-  bool keysDistinct = true;
+  std::array<Slot, kSlotCount> slots;
+  bool keysDistinct;
 };
+
+// The keys of a table: a row's key number `keyIndex` (empty when the row has no such key).
+using KeyOf = std::string_view (*)(const ModelRow& row, std::size_t keyIndex);
+
+constexpr std::string_view identifierKey(const ModelRow& row, std::size_t keyIndex) {
+  return row.identifiers.places[keyIndex];
+}
+
+constexpr std::string_view descriptionKey(const ModelRow& row, std::size_t keyIndex) {
+  return keyIndex == 0 ? row.description : std::string_view();
+}
 
 constexpr std::uint32_t fnv1a(std::string_view text) {
   std::uint32_t hash = 2166136261u;
@@ -31,43 +47,38 @@ constexpr std::uint32_t fnv1a(std::string_view text) {
   return hash;
 }
 
-constexpr void insert(HashTable& table, std::string_view key, std::size_t model) {
-  std::size_t index = fnv1a(key) & (kSlotCount - 1);
-  while (table.slots[index].model != kEmptySlot) {
-    if (table.slots[index].key == key) table.keysDistinct = false;
-    index = (index + 1) & (kSlotCount - 1);
-  }
-  table.slots[index] = Slot{key, static_cast<std::uint8_t>(model)};
+constexpr std::string_view keyOfSlot(KeyOf keyOf, const Slot& slot) {
+  return keyOf(kModelTable[slot.model()], slot.keyIndex);
 }
 
-constexpr HashTable buildIdentifierTable() {
-  HashTable table{};
+constexpr HashTable buildTable(KeyOf keyOf) {
+  HashTable table{{}, true};
   for (std::size_t model = 0; model < kModelTable.size(); ++model) {
-    for (const std::string_view& identifier : kModelTable[model].identifiers) {
-      if (!identifier.empty()) insert(table, identifier, model);
+    for (std::size_t keyIndex = 0; keyIndex < kMaxIdentifiersPerModel; ++keyIndex) {
+      const std::string_view key = keyOf(kModelTable[model], keyIndex);
+      if (key.empty()) continue;
+      std::size_t index = fnv1a(key) & (kSlotCount - 1);
+      while (!table.slots[index].isEmpty()) {
+        if (keyOfSlot(keyOf, table.slots[index]) == key) table.keysDistinct = false;
+        index = (index + 1) & (kSlotCount - 1);
+      }
+      table.slots[index] = Slot{static_cast<std::uint8_t>(model + 1),
+                                static_cast<std::uint8_t>(keyIndex)};
     }
   }
   return table;
 }
 
-constexpr HashTable buildDescriptionTable() {
-  HashTable table{};
-  for (std::size_t model = 0; model < kModelTable.size(); ++model) {
-    insert(table, kModelTable[model].description, model);
-  }
-  return table;
-}
-
-constexpr HashTable kIdentifierTable = buildIdentifierTable();
-constexpr HashTable kDescriptionTable = buildDescriptionTable();
+constexpr HashTable kIdentifierTable = buildTable(identifierKey);
+constexpr HashTable kDescriptionTable = buildTable(descriptionKey);
 static_assert(kIdentifierTable.keysDistinct, "every machine identifier must name one model");
 static_assert(kDescriptionTable.keysDistinct, "every model needs its own description");
 
-std::optional<Device::Model> find(const HashTable& table, std::string_view key) {
+std::optional<Device::Model> find(const HashTable& table, KeyOf keyOf, std::string_view key) {
   std::size_t index = fnv1a(key) & (kSlotCount - 1);
-  while (table.slots[index].model != kEmptySlot) {
+  while (!table.slots[index].isEmpty()) {
     const Slot& slot = table.slots[index];
-    if (slot.key == key) return static_cast<Device::Model>(slot.model);
+    if (keyOfSlot(keyOf, slot) == key) return static_cast<Device::Model>(slot.model());
     index = (index + 1) & (kSlotCount - 1);
   }
   return std::nullopt;
@@ -94,11 +105,11 @@ static_assert(safeDescriptionsDistinct(), "every model needs its own safe descri
 }  // namespace
 
 std::optional<Device::Model> modelForIdentifier(std::string_view identifier) {
-  return find(kIdentifierTable, identifier);
+  return find(kIdentifierTable, identifierKey, identifier);
 }
 
 std::optional<Device::Model> modelForDescription(std::string_view description) {
-  return find(kDescriptionTable, description);
+  return find(kDescriptionTable, descriptionKey, description);
 }
 
 }  // namespace DeviceCatalog::detail

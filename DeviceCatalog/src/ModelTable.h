@@ -46,9 +46,18 @@ inline constexpr Features kLidar = 1 << 10;
 
 inline constexpr std::size_t kMaxIdentifiersPerModel = 4;
 
+// A model's machine identifiers, unused places empty. The constructor sets every place itself
+// (an aggregate would leave the unused ones implicit, which g++ 12 mishandles in constant data).
+struct IdentifierList {
+  constexpr IdentifierList(std::string_view first, std::string_view second = {},
+                           std::string_view third = {}, std::string_view fourth = {})
+      : places{first, second, third, fourth} {}
+  std::array<std::string_view, kMaxIdentifiersPerModel> places;
+};
+
 struct ModelRow {
   Device::Model model;
-  std::array<std::string_view, kMaxIdentifiersPerModel> identifiers;  // unused slots empty
+  IdentifierList identifiers;
   std::string_view description;
   std::string_view safeDescription;
   Family family;

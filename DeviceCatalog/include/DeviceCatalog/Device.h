@@ -64,7 +64,7 @@ class Device {
   // Implicit, so that a `Model` reads as the device it names.
   constexpr Device(Model model) : model_(model) {}  // NOLINT(google-explicit-constructor)
   // The program runs in a simulator that imitates `simulated`.
-  static Device simulator(const Device& simulated);
+  static Device simulator(Device simulated);
   // A machine identifier the table does not know, carried exactly as given.
   static Device unknown(std::string_view identifier);
 
