@@ -243,8 +243,12 @@ TEST(SmallCommandArgumentsTest, ArityIsChecked) {
   EXPECT_FALSE(parseSetUserId({"a", "b"}));
   EXPECT_EQ(parseRemovePref({"k"}).value, "k");
   EXPECT_FALSE(parseRemovePref({}));
-  EXPECT_EQ(parseDevice({}).value, std::optional<std::optional<std::string>>(std::nullopt));
-  EXPECT_EQ(parseDevice({"iPhone15,2"}).value, std::optional<std::optional<std::string>>("iPhone15,2"));
+  auto current = parseDevice({});
+  ASSERT_TRUE(current);
+  EXPECT_EQ(*current, std::nullopt);
+  auto named = parseDevice({"iPhone15,2"});
+  ASSERT_TRUE(named);
+  EXPECT_EQ(*named, "iPhone15,2");
   EXPECT_FALSE(parseDevice({"a", "b"}));
   EXPECT_TRUE(parseNoArguments({}));
   EXPECT_FALSE(parseNoArguments({"x"}));

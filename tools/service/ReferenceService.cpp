@@ -1,6 +1,7 @@
 #include "ReferenceService.h"
 
 #include <strings.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -183,6 +184,12 @@ ReferenceService::~ReferenceService() { stop(); }
 int ReferenceService::start() {
   if (serverThread_.joinable()) return -1;
   server_->set_payload_max_length(options_.maxBodyBytes);
+  // The server library's default also sets SO_REUSEPORT, which would let a second service share a
+  // port that is in use; a port given on the command line must be ours alone.
+  server_->set_socket_options([](socket_t sock) {
+    int yes = 1;
+    ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
   // Short keep-alive so that stop() does not wait long on idle client connections.
   server_->set_keep_alive_timeout(1);
   auto route = [this](const httplib::Request& request, httplib::Response& response) {
@@ -208,6 +215,12 @@ int ReferenceService::start() {
     return -1;
   }
   serverThread_ = std::thread([this] { server_->listen_after_bind(); });
+  // The server library's stop() does nothing until its loop has marked itself running; a stop()
+  // that came earlier would leave the thread blocked in accept() for good.
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!server_->is_running() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
   return port_;
 }
 
