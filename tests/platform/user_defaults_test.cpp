@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -186,6 +188,40 @@ TEST(UserDefaultsStore, CorruptedDatabaseFileDoesNotCrash) {
   }
   dir.write("text.sqlite", "this is not a database at all");
   EXPECT_EQ(makeSqliteUserDefaultsStore(dir.path())->suite("text"), nullptr);
+}
+
+// Replaces the first `from` in the file by `to` (same length); false when it is not there.
+bool patchFile(const std::string& path, std::string_view from, std::string_view to) {
+  std::ifstream in(path, std::ios::binary);
+  std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::size_t at = content.find(from);
+  if (at == std::string::npos) return false;
+  content.replace(at, from.size(), to);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+  return true;
+}
+
+TEST(UserDefaultsSuite, RowThatDoesNotDecodeReadsAsAbsentAndStays) {
+  TempDirectory dir;
+  const std::string database = dir.file("damaged.sqlite");
+  {
+    auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("damaged");
+    ASSERT_NE(suite, nullptr);
+    suite->set("damaged", "value");
+    suite->set("intact", "other");
+  }  // the last connection closes: the log is folded into the database file
+  ASSERT_TRUE(patchFile(database, "bplist00Uvalue", "bplistXXUvalue"));
+  {
+    auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("damaged");
+    ASSERT_NE(suite, nullptr);
+    EXPECT_FALSE(suite->object("damaged").has_value());
+    EXPECT_EQ(suite->dictionaryRepresentation(),
+              (std::map<std::string, PropertyValue>{{"intact", PropertyValue("other")}}));
+  }
+  ASSERT_TRUE(patchFile(database, "bplistXXUvalue", "bplist00Uvalue"));
+  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("damaged");
+  ASSERT_NE(suite, nullptr);
+  EXPECT_EQ(suite->object("damaged"), PropertyValue("value"));
 }
 
 TEST(UserDefaultsConcurrency, ThreadsWritingOneSuiteLoseNothing) {
