@@ -22,6 +22,10 @@
 #include "zelnora_core/ZAPreferencesUtil.h"
 #include "zelnora_core/ZAReportHelper.h"
 
+// glibc keeps the LOCPATH search list it builds in setlocale for the rest of the process; this
+// hook is read by LeakSanitizer in sanitizer builds and is inert otherwise.
+extern "C" const char* __lsan_default_suppressions() { return "leak:__argz_add_sep\n"; }
+
 namespace zelnora_core {
 namespace {
 
