@@ -297,6 +297,19 @@ TEST(SessionResponseTest, EveryStatusClassArrivesWithItsBody) {
   }
 }
 
+TEST(SessionResponseTest, HeadAnswersWithEmptyBodyDespiteContentLength) {
+  LoopbackServer server;
+  auto request = requestFor(server.url("/echo?i=5"));
+  request.httpMethod = "HEAD";
+  request.timeoutInterval = 20s;
+  const auto outcome = send(std::move(request));
+  ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
+  EXPECT_EQ(outcome.response->statusCode, 200);
+  EXPECT_EQ(toString(*outcome.body), "");
+  ASSERT_EQ(server.received().size(), 1u);
+  EXPECT_EQ(server.received().front().method, "HEAD");
+}
+
 TEST(SessionResponseTest, RedirectIsFollowedAndOnlyFinalHeadersKept) {
   LoopbackServer server;
   const auto outcome = send(requestFor(server.url("/redirect")));
@@ -386,6 +399,23 @@ TEST(SessionFailureTest, RefusedConnectionIsCannotConnect) {
 
 TEST(SessionFailureTest, UnsupportedSchemeIsUnsupportedUrl) {
   expectTransportError(send(requestFor("ftp://127.0.0.1/file")), kURLErrorUnsupportedURL);
+}
+
+TEST(SessionFailureTest, MethodThatWouldBreakTheRequestLineIsNotSent) {
+  LoopbackServer server;
+  auto request = requestFor(server.url("/echo"));
+  request.httpMethod = "GET /other HTTP/1.1\r\nX-Injected: 1\r\nX-Tail:";
+  expectTransportError(send(std::move(request)), kURLErrorUnknown);
+  EXPECT_TRUE(server.received().empty());
+}
+
+TEST(SessionFailureTest, TlsHandshakeWithPlainPeerIsSecureConnectionFailure) {
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readExactly(5);  // the start of a ClientHello
+    connection.send("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+  });
+  const auto url = "https://127.0.0.1:" + std::to_string(server.port()) + "/";
+  expectTransportError(send(requestFor(url)), kURLErrorSecureConnectionFailed);
 }
 
 struct PeerCase {
