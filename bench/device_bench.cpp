@@ -1,7 +1,8 @@
 // Cost of identifying the device: the table lookup, Device::current() and predicates read on it.
+#include "DeviceCatalog/Device.h"
+
 #include <benchmark/benchmark.h>
 
-#include "DeviceCatalog/Device.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/ScopedServices.h"
 

@@ -10,8 +10,7 @@ std::string BatteryState::description() const {
       return "Battery level: " + std::to_string(level_) + "%, device is plugged in.";
     case Kind::unplugged:
       return "Battery level: " + std::to_string(level_) + "%, device is unplugged.";
-    case Kind::full:
-      break;
+    case Kind::full: break;
   }
   return "Battery level: 100 % (Full), device is plugged in.";
 }

@@ -28,7 +28,6 @@ struct EquivalentForm {
 
 struct DeviceAccess {
   static std::size_t simulatorDepth(const Device& device) { return device.simulatorDepth_; }
-  static bool hasUnknownInside(const Device& device) { return device.isUnknown_; }
   // The row of the innermost model; null when the innermost value is `unknown`.
   static const ModelRow* innermostRow(const Device& device) {
     return device.isUnknown_ ? nullptr : &row(device.model_);

@@ -69,15 +69,15 @@ detail::Cameras cameraBits(const Device& device) {
 
 }  // namespace
 
-#define DEVICECATALOG_GROUP(name, rows)                      \
-  const std::vector<Device>& Device::name() {                \
+#define DEVICECATALOG_GROUP(name, rows)                         \
+  const std::vector<Device>& Device::name() {                   \
     static const std::vector<Device> group = modelsWhere(rows); \
-    return group;                                            \
+    return group;                                               \
   }
-#define DEVICECATALOG_SIMULATOR_GROUP(name, group)                    \
-  const std::vector<Device>& Device::name() {                         \
+#define DEVICECATALOG_SIMULATOR_GROUP(name, group)                       \
+  const std::vector<Device>& Device::name() {                            \
     static const std::vector<Device> simulators = simulatorsOf(group()); \
-    return simulators;                                                \
+    return simulators;                                                   \
   }
 
 DEVICECATALOG_GROUP(allPods, isPodRow)

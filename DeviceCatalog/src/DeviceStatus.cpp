@@ -65,12 +65,9 @@ const std::string& volumeRootPath() {
 // systems both integer alternatives are `long`.)
 std::optional<std::int64_t> byteCount(const platform::VolumeValue& value) {
   switch (value.index()) {
-    case 0:
-      return std::get<0>(value);
-    case 1:
-      return static_cast<std::int64_t>(std::get<1>(value));
-    default:
-      return std::nullopt;
+    case 0: return std::get<0>(value);
+    case 1: return static_cast<std::int64_t>(std::get<1>(value));
+    default: return std::nullopt;
   }
 }
 
@@ -124,14 +121,10 @@ std::optional<int> Device::batteryLevel() const {
 std::optional<Device::ThermalState> Device::thermalState() const {
   if (!detail::isCurrentDevice(*this)) return std::nullopt;
   switch (platform::processInfo().thermalState()) {
-    case 1:
-      return ThermalState::fair;
-    case 2:
-      return ThermalState::serious;
-    case 3:
-      return ThermalState::critical;
-    default:
-      return ThermalState::nominal;
+    case 1: return ThermalState::fair;
+    case 2: return ThermalState::serious;
+    case 3: return ThermalState::critical;
+    default: return ThermalState::nominal;
   }
 }
 

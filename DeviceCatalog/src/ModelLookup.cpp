@@ -62,8 +62,8 @@ constexpr HashTable buildTable(KeyOf keyOf) {
         if (keyOfSlot(keyOf, table.slots[index]) == key) table.keysDistinct = false;
         index = (index + 1) & (kSlotCount - 1);
       }
-      table.slots[index] = Slot{static_cast<std::uint8_t>(model + 1),
-                                static_cast<std::uint8_t>(keyIndex)};
+      table.slots[index] =
+          Slot{static_cast<std::uint8_t>(model + 1), static_cast<std::uint8_t>(keyIndex)};
     }
   }
   return table;

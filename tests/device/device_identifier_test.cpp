@@ -106,8 +106,7 @@ TEST_F(DeviceIdentifierDeathTest, FieldIsReadOnceAndCurrentMapsTheStoredText) {
 TEST_F(DeviceIdentifierDeathTest, SimulatorMachineTakesTheSimulatorRule) {
   EXPECT_EXIT(exitWithVerdict("x86_64",
                               [](CountingSystemInfo&) {
-                                return Device::current() ==
-                                       Device::simulator(Device::iPhone15Pro);
+                                return Device::current() == Device::simulator(Device::iPhone15Pro);
                               }),
               ::testing::ExitedWithCode(0), "");
 }

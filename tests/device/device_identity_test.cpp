@@ -31,7 +31,7 @@ TEST(MapToDevice, IdentifiersThatAreEasilyConfused) {
 TEST(MapToDevice, AnythingNotInTheTableIsUnknownCarryingTheExactText) {
   for (const std::string& identifier : std::vector<std::string>{
            "iphone15,2", " iPhone15,2", "iPhone15,2 ", "iPhone99,1", "", "iPhone15", "iPhone15,2\n",
-        std::string("iPhone15,2\0", 11), "iOS", "I386", "x86-64"}) {
+           std::string("iPhone15,2\0", 11), "iOS", "I386", "x86-64"}) {
     const Device mapped = Device::mapToDevice(identifier);
     EXPECT_EQ(mapped.kind(), Device::Kind::unknown) << identifier;
     EXPECT_EQ(mapped.unknownIdentifier(), identifier);

@@ -40,12 +40,31 @@ nlohmann::json parsed(const Device& device) {
 }
 
 TEST_F(DeviceJsonTest, HasExactlyTheContractMembersInOrder) {
-  const std::vector<std::string> expected = {
-      "description", "safeDescription", "cpu", "diagonal", "ppi", "screenRatio", "cameras",
-      "applePencilSupport", "isPod", "isPhone", "isPad", "isSimulator", "isTouchIDCapable",
-      "isFaceIDCapable", "hasBiometricSensor", "hasSensorHousing", "hasRoundedDisplayCorners",
-      "has3dTouchSupport", "supportsWirelessCharging", "hasLidarSensor", "hasCamera",
-      "hasNormalCamera", "hasWideCamera", "hasTelephotoCamera", "hasUltraWideCamera"};
+  const std::vector<std::string> expected = {"description",
+                                             "safeDescription",
+                                             "cpu",
+                                             "diagonal",
+                                             "ppi",
+                                             "screenRatio",
+                                             "cameras",
+                                             "applePencilSupport",
+                                             "isPod",
+                                             "isPhone",
+                                             "isPad",
+                                             "isSimulator",
+                                             "isTouchIDCapable",
+                                             "isFaceIDCapable",
+                                             "hasBiometricSensor",
+                                             "hasSensorHousing",
+                                             "hasRoundedDisplayCorners",
+                                             "has3dTouchSupport",
+                                             "supportsWirelessCharging",
+                                             "hasLidarSensor",
+                                             "hasCamera",
+                                             "hasNormalCamera",
+                                             "hasWideCamera",
+                                             "hasTelephotoCamera",
+                                             "hasUltraWideCamera"};
   // nlohmann sorts members, so read the order from the text itself.
   const std::string text = deviceJson(Device::iPadPro12Inch6);
   std::size_t position = 0;
@@ -76,8 +95,9 @@ TEST_F(DeviceJsonTest, XrKeepsItsSmallCapitalInTheDescription) {
 }
 
 TEST_F(DeviceJsonTest, HomePodHasAPpiOfMinusOneAndNoCamera) {
-  EXPECT_NE(deviceJson(Device::homePod).find(R"("diagonal":-1,"ppi":-1,"screenRatio":[4,5],)"
-                                             R"("cameras":[],"applePencilSupport":0,)"),
+  EXPECT_NE(deviceJson(Device::homePod)
+                .find(R"("diagonal":-1,"ppi":-1,"screenRatio":[4,5],)"
+                      R"("cameras":[],"applePencilSupport":0,)"),
             std::string::npos);
 }
 

@@ -192,8 +192,8 @@ TEST_F(DeviceStatusTest, ThermalStateCodes) {
 TEST_F(DeviceStatusTest, OrientationIsLandscapeOnlyForTheTwoLandscapeCodes) {
   for (int code = -1; code <= 8; ++code) {
     fakes.device.orientationCode = code;
-    const auto expected = code == 3 || code == 4 ? Device::Orientation::landscape
-                                                 : Device::Orientation::portrait;
+    const auto expected =
+        code == 3 || code == 4 ? Device::Orientation::landscape : Device::Orientation::portrait;
     EXPECT_EQ(current.orientation(), expected) << code;
     // Not limited to the current device.
     EXPECT_EQ(Device(Device::iPhone4).orientation(), expected) << code;
@@ -254,7 +254,8 @@ TEST_F(DeviceStatusTest, GuidedAccessIsReadForAnyValue) {
 
 TEST_F(DeviceStatusTest, SingleVolumeCapacitiesAskForTheirOneKey) {
   fakes.system.volumes = std::map<VolumeCapacityKey, platform::VolumeValue>{
-      {VolumeCapacityKey::volumeTotalCapacityKey, platform::VolumeValue(std::in_place_index<0>, 1000)},
+      {VolumeCapacityKey::volumeTotalCapacityKey,
+       platform::VolumeValue(std::in_place_index<0>, 1000)},
       {VolumeCapacityKey::volumeAvailableCapacityKey,
        platform::VolumeValue(std::in_place_index<1>, 400)},
       {VolumeCapacityKey::volumeAvailableCapacityForImportantUsageKey,
@@ -267,11 +268,12 @@ TEST_F(DeviceStatusTest, SingleVolumeCapacitiesAskForTheirOneKey) {
   EXPECT_EQ(Device::volumeAvailableCapacityForImportantUsage(), std::int64_t{1} << 40);
   EXPECT_EQ(Device::volumeAvailableCapacityForOpportunisticUsage(), std::nullopt);
   using Keys = std::vector<VolumeCapacityKey>;
-  EXPECT_EQ(fakes.system.queries,
-            (std::vector<Keys>{{VolumeCapacityKey::volumeTotalCapacityKey},
-                               {VolumeCapacityKey::volumeAvailableCapacityKey},
-                               {VolumeCapacityKey::volumeAvailableCapacityForImportantUsageKey},
-                               {VolumeCapacityKey::volumeAvailableCapacityForOpportunisticUsageKey}}));
+  EXPECT_EQ(
+      fakes.system.queries,
+      (std::vector<Keys>{{VolumeCapacityKey::volumeTotalCapacityKey},
+                         {VolumeCapacityKey::volumeAvailableCapacityKey},
+                         {VolumeCapacityKey::volumeAvailableCapacityForImportantUsageKey},
+                         {VolumeCapacityKey::volumeAvailableCapacityForOpportunisticUsageKey}}));
 }
 
 TEST_F(DeviceStatusTest, VolumeCapacitiesAbsentWhenTheQueryFailsOrGivesNoValue) {
@@ -286,8 +288,7 @@ TEST_F(DeviceStatusTest, VolumeCapacitiesAbsentWhenTheQueryFailsOrGivesNoValue) 
 TEST_F(DeviceStatusTest, VolumesAskForAllFourKeysInOneQuery) {
   fakes.system.volumes = std::map<VolumeCapacityKey, platform::VolumeValue>{
       {VolumeCapacityKey::volumeTotalCapacityKey, platform::VolumeValue(std::in_place_index<1>, 9)},
-      {VolumeCapacityKey::volumeAvailableCapacityKey,
-       platform::VolumeValue(std::string("odd"))},
+      {VolumeCapacityKey::volumeAvailableCapacityKey, platform::VolumeValue(std::string("odd"))},
   };
   const auto volumes = Device::volumes();
   ASSERT_TRUE(volumes.has_value());

@@ -44,8 +44,8 @@ TEST_P(ModelCatalogTest, FactsOfTheModel) {
 
 TEST_P(ModelCatalogTest, SimulatorsShareTheFactsButHaveNoCamera) {
   const ExpectedModel& expected = GetParam();
-  for (const Device& wrapped :
-       {Device::simulator(expected.device), Device::simulator(Device::simulator(expected.device))}) {
+  for (const Device& wrapped : {Device::simulator(expected.device),
+                                Device::simulator(Device::simulator(expected.device))}) {
     SCOPED_TRACE(wrapped.description());
     EXPECT_EQ(wrapped.cpu(), expected.cpu);
     EXPECT_EQ(wrapped.diagonal(), expected.diagonal);

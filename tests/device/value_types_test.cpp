@@ -86,9 +86,8 @@ TEST(ApplePencilSupport, RawValuesAndConstruction) {
   EXPECT_EQ(ApplePencilSupport::firstGeneration.rawValue(), 1u);
   EXPECT_EQ(ApplePencilSupport::secondGeneration.rawValue(), 2u);
   EXPECT_EQ(ApplePencilSupport().rawValue(), 0u);
-  EXPECT_EQ(ApplePencilSupport(3),
-            (ApplePencilSupport{ApplePencilSupport::firstGeneration,
-                                ApplePencilSupport::secondGeneration}));
+  EXPECT_EQ(ApplePencilSupport(3), (ApplePencilSupport{ApplePencilSupport::firstGeneration,
+                                                       ApplePencilSupport::secondGeneration}));
   EXPECT_TRUE(ApplePencilSupport{}.isEmpty());
   EXPECT_EQ(ApplePencilSupport(2), ApplePencilSupport::secondGeneration);
 }

@@ -20,14 +20,10 @@ std::string numberText(double value) {
 
 std::string_view caseName(Device::CameraType camera) {
   switch (camera) {
-    case Device::CameraType::normal:
-      return "normal";
-    case Device::CameraType::wide:
-      return "wide";
-    case Device::CameraType::telephoto:
-      return "telephoto";
-    case Device::CameraType::ultraWide:
-      return "ultraWide";
+    case Device::CameraType::normal: return "normal";
+    case Device::CameraType::wide: return "wide";
+    case Device::CameraType::telephoto: return "telephoto";
+    case Device::CameraType::ultraWide: return "ultraWide";
   }
   return "normal";
 }

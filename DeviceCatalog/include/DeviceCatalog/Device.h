@@ -177,18 +177,18 @@ class Device {
   // All but `cameras` look through any number of simulator levels; `unknown` gives the fallback
   // named on each.
 
-  CPU cpu() const;                                  // CPU::unknown
-  std::vector<CameraType> cameras() const;          // empty (and empty for any simulator value)
-  ApplePencilSupport applePencilSupport() const;    // the empty set
-  double diagonal() const;                          // inches; -1
-  ScreenRatio screenRatio() const;                  // width : height; {-1, -1}
-  std::optional<int> ppi() const;                   // absent (homePod: -1)
+  CPU cpu() const;                                // CPU::unknown
+  std::vector<CameraType> cameras() const;        // empty (and empty for any simulator value)
+  ApplePencilSupport applePencilSupport() const;  // the empty set
+  double diagonal() const;                        // inches; -1
+  ScreenRatio screenRatio() const;                // width : height; {-1, -1}
+  std::optional<int> ppi() const;                 // absent (homePod: -1)
 
   // ---- Live status ----
   // Members marked "current only" answer absent unless this value equals `current()`; the others
   // read the platform for the device the program runs on whatever this value is.
 
-  std::optional<std::string> name() const;            // current only
+  std::optional<std::string> name() const;  // current only
   // current only; "iPadOS" for an iPad on system 13.0 or later whose platform name is "iOS".
   std::optional<std::string> systemName() const;
   std::optional<std::string> systemVersion() const;   // current only
@@ -198,11 +198,11 @@ class Device {
   std::optional<BatteryState> batteryState() const;
   // current only; the level of `batteryState()`, 100 when full.
   std::optional<int> batteryLevel() const;
-  std::optional<ThermalState> thermalState() const;   // current only; unknown codes: nominal
-  std::optional<bool> isZoomed() const;               // current only; display zoom
-  std::optional<bool> isCanvas() const;               // current only; always false
-  Orientation orientation() const;                    // landscape for codes 3 and 4 only
-  int screenBrightness() const;                       // percent, fraction dropped
+  std::optional<ThermalState> thermalState() const;  // current only; unknown codes: nominal
+  std::optional<bool> isZoomed() const;              // current only; display zoom
+  std::optional<bool> isCanvas() const;              // current only; always false
+  Orientation orientation() const;                   // landscape for codes 3 and 4 only
+  int screenBrightness() const;                      // percent, fraction dropped
   bool isGuidedAccessSessionActive() const;
 
   // Capacities in bytes of the volume holding the home directory; absent when the query fails or
@@ -228,7 +228,8 @@ class Device {
   friend struct detail::DeviceAccess;
 };
 
-#define DEVICECATALOG_MODEL_CONSTANT(name) inline constexpr Device Device::name{Device::Model::name};
+#define DEVICECATALOG_MODEL_CONSTANT(name) \
+  inline constexpr Device Device::name{Device::Model::name};
 DEVICECATALOG_FOR_EACH_MODEL(DEVICECATALOG_MODEL_CONSTANT)
 #undef DEVICECATALOG_MODEL_CONSTANT
 
