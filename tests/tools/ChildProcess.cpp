@@ -87,8 +87,7 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
                      const ChildOptions& options) {
   ChildResult result;
   int in[2], out[2], err[2];
-  if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
-      ::pipe2(err, O_CLOEXEC) != 0) {
+  if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
     return result;
   }
   posix_spawn_file_actions_t actions;

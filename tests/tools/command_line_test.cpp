@@ -1,13 +1,13 @@
 // zelnora-host's parsing: program arguments, splitting command lines, each command's arguments.
-#include "CommandLine.h"
-
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CommandLine.h"
 
 namespace zelnora_host {
 namespace {
@@ -110,11 +110,10 @@ TEST(WaitArgumentsTest, SecondsDefaultToTen) {
     std::optional<milliseconds> expected;
   };
   const Case cases[] = {
-      {{}, milliseconds(10000)},      {{"2"}, milliseconds(2000)},
-      {{"0.25"}, milliseconds(250)},  {{"0"}, milliseconds(0)},
-      {{"-1"}, std::nullopt},         {{"abc"}, std::nullopt},
-      {{"1e3"}, std::nullopt},        {{"1", "2"}, std::nullopt},
-      {{""}, std::nullopt},           {{"nan"}, std::nullopt},
+      {{}, milliseconds(10000)}, {{"2"}, milliseconds(2000)}, {{"0.25"}, milliseconds(250)},
+      {{"0"}, milliseconds(0)},  {{"-1"}, std::nullopt},      {{"abc"}, std::nullopt},
+      {{"1e3"}, std::nullopt},   {{"1", "2"}, std::nullopt},  {{""}, std::nullopt},
+      {{"nan"}, std::nullopt},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(parseWait(c.words).value, c.expected) << testing::PrintToString(c.words);

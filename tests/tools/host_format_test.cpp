@@ -1,10 +1,10 @@
 // The lines zelnora-host prints itself, and the host bundles it writes.
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "HostBundle.h"
 #include "HostFormat.h"

@@ -38,9 +38,9 @@ std::string hostProgram() {
   std::string directory = zelnora_tools_testing::toolsDirectory();
   if (directory.empty()) {
     // Run outside CTest: the tools sit beside the tests folder of the build tree.
-    directory = (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() /
-                 "tools")
-                    .string();
+    directory =
+        (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "tools")
+            .string();
   }
   return directory + "/host/zelnora-host";
 }
@@ -195,8 +195,10 @@ TEST_F(HostProcessTest, PreferencesWrittenDirectlyAreListedWithTheirTypesAcrossP
 TEST_F(HostProcessTest, StartUpStoresTheConfigurationsTheKitReadsLater) {
   ChildResult run = runHost({"initialize demo-key", "wait", "set-custom-headers X-A=1", "prefs"});
   auto prefs = linesStartingWith(run.standardOutput, "host: pref ");
-  EXPECT_THAT(prefs, testing::Contains(R"(host: pref zelnora_ads_custom_headers dictionary {"X-A":"1"})"));
-  EXPECT_THAT(prefs, testing::Contains(testing::StartsWith("host: pref zelnora_ads_api_prefs data {")));
+  EXPECT_THAT(prefs,
+              testing::Contains(R"(host: pref zelnora_ads_custom_headers dictionary {"X-A":"1"})"));
+  EXPECT_THAT(prefs,
+              testing::Contains(testing::StartsWith("host: pref zelnora_ads_api_prefs data {")));
   std::string storedConfig;
   for (const auto& line : prefs) {
     if (line.starts_with("host: pref zelnora_ads_prefs data ")) {
@@ -204,8 +206,9 @@ TEST_F(HostProcessTest, StartUpStoresTheConfigurationsTheKitReadsLater) {
     }
   }
   ASSERT_FALSE(storedConfig.empty()) << run.standardOutput;
-  EXPECT_EQ(nlohmann::json::parse(storedConfig),
-            nlohmann::json::parse(R"({"nt":"apns","nai":"demo-app","zelnoraAdsAppId":"demo-key"})"));
+  EXPECT_EQ(
+      nlohmann::json::parse(storedConfig),
+      nlohmann::json::parse(R"({"nt":"apns","nai":"demo-app","zelnoraAdsAppId":"demo-key"})"));
 
   ChildResult cleared = runHost({"delete-config", "remove-custom-headers", "prefs"});
   auto remaining = linesStartingWith(cleared.standardOutput, "host: pref ");
@@ -322,8 +325,8 @@ TEST_F(HostProcessTest, CommandsFromStandardInputWithoutPrompt) {
 }
 
 TEST_F(HostProcessTest, DemoWalksThroughASessionAndShowsWhatTheServiceReceived) {
-  ChildResult run = zelnora_tools_testing::runChild(
-      hostProgram(), {"demo"}, ChildOptions{{{"XDG_DATA_HOME", data_}}, ""});
+  ChildResult run = zelnora_tools_testing::runChild(hostProgram(), {"demo"},
+                                                    ChildOptions{{{"XDG_DATA_HOME", data_}}, ""});
   EXPECT_EQ(run.exitStatus, 0) << run.standardOutput << run.standardError;
   EXPECT_THAT(run.standardOutput, HasSubstr("SDK initialized successfully"));
   EXPECT_THAT(run.standardOutput, HasSubstr("host: callback"));
@@ -331,7 +334,8 @@ TEST_F(HostProcessTest, DemoWalksThroughASessionAndShowsWhatTheServiceReceived) 
   auto received = linesStartingWith(run.standardOutput, "host: service received ");
   int reports = 0;
   for (const auto& line : received) {
-    auto request = nlohmann::json::parse(line.substr(std::string("host: service received ").size()));
+    auto request =
+        nlohmann::json::parse(line.substr(std::string("host: service received ").size()));
     if (request["path"] == "/tracker/app") {
       ++reports;
       EXPECT_EQ(request["method"], "POST");

@@ -1,6 +1,4 @@
 // The reference service: its routing and registry (pure), then the live server on loopback.
-#include "ReferenceService.h"
-
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +12,8 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <nlohmann/json.hpp>
+
+#include "ReferenceService.h"
 
 namespace zelnora_tools {
 namespace {
@@ -100,7 +100,8 @@ TEST(KeyRegistryTest, RejectsMalformedRegistries) {
 
 TEST(KeyRegistryTest, DemoKeyAnswersAUsableConfiguration) {
   KeyRegistry registry = KeyRegistry::withDemoKey("k1");
-  EXPECT_EQ(registry.answerFor("k1"), (KeyAnswer{200, R"({"nt":"apns","nai":"demo-app","k":false})"}));
+  EXPECT_EQ(registry.answerFor("k1"),
+            (KeyAnswer{200, R"({"nt":"apns","nai":"demo-app","k":false})"}));
   EXPECT_EQ(registry.answerFor("k2").status, 401);
 }
 
@@ -156,8 +157,8 @@ class LiveReferenceServiceTest : public testing::Test {
 TEST_F(LiveReferenceServiceTest, RecordsWhatArrivedOnTheWire) {
   auto cli = client();
   httplib::Headers headers{{"X-ZELNORA-CHANNEL-UUID", "demo-key"}, {"Accept", "*/*,text/plain"}};
-  auto result = cli.Post("/tracker/app?x=1&y=%2F", headers, R"({"events":[{}]})",
-                         "application/json");
+  auto result =
+      cli.Post("/tracker/app?x=1&y=%2F", headers, R"({"events":[{}]})", "application/json");
   ASSERT_TRUE(result);
   EXPECT_EQ(result->status, 200);
   EXPECT_EQ(result->body, R"({"status":"ok"})");

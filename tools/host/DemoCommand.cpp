@@ -24,7 +24,9 @@ constexpr std::string_view kDemoScript[] = {
     "initialize demo-key debug=true",
     "wait",
     "state",
-    "# the host registers its user and the headers it wants on every request",
+    "# the host registers its user and the headers it wants on every request; the user id is",
+    "# stored with the advertising identifier, which the simulated device gives only when",
+    "# ZELNORA_SIM_ADVERTISING_ID is set (otherwise the kit says \"Error getting adId\")",
     "set-user-id demo-user",
     "set-custom-headers X-Demo-Client=zelnora-host",
     "# three engagement reports; each is one POST to /tracker/app",
@@ -41,8 +43,7 @@ constexpr std::string_view kDemoScript[] = {
 struct TemporaryDirectory {
   std::filesystem::path path;
   TemporaryDirectory() {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "zelnora-demo-XXXXXX").string();
+    std::string pattern = (std::filesystem::temp_directory_path() / "zelnora-demo-XXXXXX").string();
     if (::mkdtemp(pattern.data()) != nullptr) path = pattern;
   }
   ~TemporaryDirectory() {

@@ -19,12 +19,9 @@ std::shared_ptr<platform::UserDefaultsSuite> openSuite() {
 
 platform::PropertyValue valueOf(const SetPrefArguments& arguments) {
   switch (arguments.type) {
-    case PrefType::data:
-      return platform::toBytes(arguments.text);
-    case PrefType::dictionary:
-      return platform::makeStringDictionary(arguments.dictionary);
-    case PrefType::string:
-      break;
+    case PrefType::data: return platform::toBytes(arguments.text);
+    case PrefType::dictionary: return platform::makeStringDictionary(arguments.dictionary);
+    case PrefType::string: break;
   }
   return arguments.text;
 }

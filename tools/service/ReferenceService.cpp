@@ -136,8 +136,7 @@ KeyAnswer KeyRegistry::answerFor(const std::string& key) const {
 
 std::optional<std::string> RecordedRequest::header(std::string_view name) const {
   for (const auto& [field, value] : headers) {
-    if (field.size() == name.size() &&
-        ::strncasecmp(field.data(), name.data(), name.size()) == 0) {
+    if (field.size() == name.size() && ::strncasecmp(field.data(), name.data(), name.size()) == 0) {
       return value;
     }
   }

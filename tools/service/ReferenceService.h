@@ -3,20 +3,22 @@
 //
 // Paths it answers (any other path: 404):
 //   GET  /config/{key}            the configuration endpoint; the host bundle's INIT_CONFIG is
-//                                 "http://127.0.0.1:PORT/config/{key}". Answers from the key registry.
+//                                 "http://127.0.0.1:PORT/config/{key}". Answers from the key
+//                                 registry.
 //   POST /tracker/app, /tracker, /tracker/quiz        200 {"status":"ok"}
 //   GET  /campaign/v3/{zoneId}                         200 {"zoneId":"<zoneId>","campaigns":[]}
 //   any  /v2/register, /v1/unregister, /v1/device/callback   200 {"status":"ok"}
-// A known path asked with another method answers 405. Bodies above `maxBodyBytes` are refused by the
-// server library with 413 before any handler runs (such requests are not recorded).
+// A known path asked with another method answers 405. Bodies above `maxBodyBytes` are refused by
+// the server library with 413 before any handler runs (such requests are not recorded).
 //
 // Key registry (JSON):
 //   {"keys": {"demo-key": {"nt": "apns", "nai": "demo-app", "k": false},
 //             "boom":     {"status": 500},
 //             "junk":     {"body": "not json"}}}
 // An entry's "status" (default 200) is the answer's status; its "body", when present, is sent as it
-// stands; otherwise the body is the entry's other members as compact JSON ({"nt":..,"nai":..,"k":..}).
-// A key that is not in the registry answers 401 {"error":"unknown application key"}.
+// stands; otherwise the body is the entry's other members as compact JSON
+// ({"nt":..,"nai":..,"k":..}). A key that is not in the registry answers 401 {"error":"unknown
+// application key"}.
 //
 // Recorded requests are JSON lines:
 //   {"method":"POST","path":"/tracker/app","query":"a=1","headers":[["Accept","*/*"],...],"body":"..."}
@@ -92,9 +94,9 @@ ServiceAnswer answerRequest(const RecordedRequest& request, const KeyRegistry& r
 
 struct ReferenceServiceOptions {
   KeyRegistry registry;
-  int port = 0;                 // 0: any free port
-  std::string requestLogPath;   // append one JSON line per request; empty: no file
-  bool printRequests = false;   // also write each JSON line to standard output
+  int port = 0;                // 0: any free port
+  std::string requestLogPath;  // append one JSON line per request; empty: no file
+  bool printRequests = false;  // also write each JSON line to standard output
   std::size_t maxBodyBytes = 16 * 1024 * 1024;
 };
 
