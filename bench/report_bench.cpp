@@ -47,7 +47,8 @@ std::unique_ptr<platform::UserDefaultsStore> makeStore(bool sqlite) {
   return platform::makeSqliteUserDefaultsStore(std::string(directory ? directory : "/tmp"));
 }
 
-// Device readings from fakes, to see the kit's own share apart from the Linux providers' file reads.
+// Device readings from fakes, to see the kit's own share apart from the Linux providers' file
+// reads.
 struct FakeReadings {
   platform::testing::FakeMainBundle mainBundle;
   platform::testing::FakeKitBundle kitBundle;

@@ -61,7 +61,8 @@ TEST_F(ApiServiceEndToEnd, PostSendsTheKitHeadersChannelCustomHeadersAndBodyOnly
   EXPECT_EQ(headerNames(got),
             (std::set<std::string>{"Accept", "Content-Length", "Content-Type", "Host",
                                    "X-ZELNORA-CHANNEL-UUID", "X-Custom"}));
-  EXPECT_EQ(got.values("Content-Type"), std::vector<std::string>{"application/json; charset=UTF-8"});
+  EXPECT_EQ(got.values("Content-Type"),
+            std::vector<std::string>{"application/json; charset=UTF-8"});
   EXPECT_EQ(got.values("Accept"), std::vector<std::string>{"*/*,text/plain"});
   EXPECT_EQ(got.values("Content-Length"), std::vector<std::string>{std::to_string(body.size())});
   EXPECT_EQ(got.values("Host"), std::vector<std::string>{"127.0.0.1"});
@@ -82,7 +83,8 @@ TEST_F(ApiServiceEndToEnd, GetCarriesQueryAndZeroLengthAndNoChannelWithoutOne) {
     if (stored) ZAPreferencesUtil::saveConfig(*stored);
     CompletionRecorder recorder;
     APIService::shared().request(
-        campaign("7", {{{"q", std::string("a b&c")}, {"n", std::int64_t{2}}}}), recorder.callback());
+        campaign("7", {{{"q", std::string("a b&c")}, {"n", std::int64_t{2}}}}),
+        recorder.callback());
     ASSERT_TRUE(recorder.waitFor(1));
     auto received = servers_.api.received();
     ASSERT_EQ(received.size(), 1u);
@@ -122,8 +124,7 @@ TEST_F(ApiServiceEndToEnd, ErrorStatusGivesOnlyTheStatusCodeErrorAndDumpsTheBody
   for (int status : {404, 500}) {
     console_.clear();
     CompletionRecorder recorder;
-    APIService::shared().request(campaign("status/" + std::to_string(status)),
-                                 recorder.callback());
+    APIService::shared().request(campaign("status/" + std::to_string(status)), recorder.callback());
     ASSERT_TRUE(recorder.waitFor(1));
     ASSERT_TRUE(platform::urlSession().waitUntilIdle(std::chrono::seconds(30)));
     auto calls = recorder.calls();
@@ -138,8 +139,8 @@ TEST_F(ApiServiceEndToEnd, ErrorStatusGivesOnlyTheStatusCodeErrorAndDumpsTheBody
 
 TEST_F(ApiServiceEndToEnd, ResetConnectionGivesOneTransportErrorCompletion) {
   const int before = servers_.gateway.connections();
-  const APIRequest request(APIEndpoint::vqxCallback, HTTPMethod::post, std::nullopt,
-                           std::nullopt, std::nullopt, platform::toBytes("{}"));
+  const APIRequest request(APIEndpoint::vqxCallback, HTTPMethod::post, std::nullopt, std::nullopt,
+                           std::nullopt, platform::toBytes("{}"));
   Completion completion = sendAndWait(request);
   EXPECT_GE(servers_.gateway.connections(), before + 1);
   ASSERT_TRUE(completion.error.has_value());

@@ -3,9 +3,9 @@
 #include <stdlib.h>
 
 #include <clocale>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cmath>
 #include <limits>
 #include <locale>
 #include <map>
@@ -43,9 +43,9 @@ class DeviceInfoMap : public ::testing::Test {
   void fillEverySource() {
     device_.vendorId = "0f8fad5b-d9cb-469f-a165-70867728950e";
     device_.level = 0.85f;
-    mainBundle_.info = PropertyDictionary{
-        {"CFBundleIdentifier", "com.host.app.ZelnoraAdsNotificationService"},
-        {"CFBundleShortVersionString", "4.2.1"}};
+    mainBundle_.info =
+        PropertyDictionary{{"CFBundleIdentifier", "com.host.app.ZelnoraAdsNotificationService"},
+                           {"CFBundleShortVersionString", "4.2.1"}};
     kitBundle_.entries = {{"CFBundleShortVersionString", "2.3.0"}, {"CFBundleVersion", "41"}};
     telephony_.providers = {{{"0000000100000001", {"Zelnora Mobile"}}, {"2", {"Other"}}}};
     location_.fix = platform::Coordinate{-23.5505199, 0.0};
@@ -123,11 +123,10 @@ TEST_F(DeviceInfoMap, EverySourcePresentGivesAllSeventeenKeys) {
 TEST_F(DeviceInfoMap, EveryOptionalSourceMissingLeavesOnlyTheFixedFacts) {
   device_.state = 3;  // full
   InfoMap map = ZAReportHelper::getDeviceInfoMap();
-  const InfoMap expected{{"brand", "Apple"},       {"hardware", hardware()},
-                         {"manufacturer", "Apple"}, {"model", model()},
-                         {"product", "iPhone"},     {"osVersion", "17.1"},
-                         {"os", "iOS"},             {"eventDate", "1700000000000"},
-                         {"battery", "100"}};
+  const InfoMap expected{
+      {"brand", "Apple"}, {"hardware", hardware()},       {"manufacturer", "Apple"},
+      {"model", model()}, {"product", "iPhone"},          {"osVersion", "17.1"},
+      {"os", "iOS"},      {"eventDate", "1700000000000"}, {"battery", "100"}};
   EXPECT_EQ(map, expected);
   EXPECT_TRUE(console_.pieces().empty()) << "the map prints nothing";
 }
@@ -256,8 +255,8 @@ TEST(DeviceInfoFormatting, EventDateTextTable) {
 
 TEST(DeviceInfoFormatting, FixedSixDecimalsLikePrintfInTheCLocale) {
   const std::vector<std::pair<double, std::string>> cases{
-      {-23.5505199, "-23.550520"}, {0.0, "0.000000"},  {-0.0, "-0.000000"},
-      {180.0, "180.000000"},       {1e-7, "0.000000"}, {0.0000006, "0.000001"},
+      {-23.5505199, "-23.550520"},    {0.0, "0.000000"},  {-0.0, "-0.000000"},
+      {180.0, "180.000000"},          {1e-7, "0.000000"}, {0.0000006, "0.000001"},
       {0.0000005, "0.000000"},  // just below one half in binary
       {12345678.9, "12345678.900000"}};
   for (const auto& [value, text] : cases) EXPECT_EQ(detail::fixedSixDecimals(value), text);
@@ -301,8 +300,8 @@ class CommaDecimalLocale {
     char pattern[] = "/tmp/zelnora-locale-XXXXXX";
     const char* directory = ::mkdtemp(pattern);
     if (directory == nullptr) return false;
-    const std::string command = "localedef -i de_DE -f UTF-8 " + std::string(directory) +
-                                "/de_DE.UTF-8 >/dev/null 2>&1";
+    const std::string command =
+        "localedef -i de_DE -f UTF-8 " + std::string(directory) + "/de_DE.UTF-8 >/dev/null 2>&1";
     if (std::system(command.c_str()) != 0) return false;
     ::setenv("LOCPATH", directory, 1);
     return use("de_DE.UTF-8");

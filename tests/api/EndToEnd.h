@@ -46,8 +46,8 @@ class CompletionRecorder {
                   std::optional<platform::HTTPURLResponse> response,
                   std::optional<platform::Error> error) {
       std::lock_guard lock(mutex_);
-      calls_.push_back({std::move(body), std::move(response), std::move(error),
-                        std::this_thread::get_id()});
+      calls_.push_back(
+          {std::move(body), std::move(response), std::move(error), std::this_thread::get_id()});
       changed_.notify_all();
     };
   }

@@ -38,8 +38,8 @@ class ChildChecks {
 }  // namespace zelnora_core::testing
 
 // `statement` runs in a fresh process and must end with `checks.finish()`.
-#define ZELNORA_EXPECT_IN_FRESH_PROCESS(statement)                     \
-  do {                                                                 \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                    \
-    EXPECT_EXIT(statement, ::testing::ExitedWithCode(0), "");          \
+#define ZELNORA_EXPECT_IN_FRESH_PROCESS(statement)            \
+  do {                                                        \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");           \
+    EXPECT_EXIT(statement, ::testing::ExitedWithCode(0), ""); \
   } while (false)

@@ -22,7 +22,7 @@ namespace zelnora_core::testing {
 
 struct ReceivedRequest {
   std::string method;
-  std::string target;  // path and query as sent
+  std::string target;                                        // path and query as sent
   std::vector<std::pair<std::string, std::string>> headers;  // without httplib's REMOTE_/LOCAL_
   std::string body;
 
@@ -110,7 +110,8 @@ class RecordingServer {
       return;
     }
     response.status = std::stoi(path.substr(marker + 8));
-    if (response.status == 404) response.set_content("{\"error\":\"not found\"}", "application/json");
+    if (response.status == 404)
+      response.set_content("{\"error\":\"not found\"}", "application/json");
     if (response.status == 500) response.set_content("boom", "text/plain");
   }
 
@@ -133,7 +134,7 @@ class RecordingServer {
   std::thread thread_;
   mutable std::mutex mutex_;
   std::vector<ReceivedRequest> received_;  // guarded by mutex_
-  std::optional<Answer> fixedAnswer_;       // guarded by mutex_
+  std::optional<Answer> fixedAnswer_;      // guarded by mutex_
 };
 
 // Accepts, reads what the client sends first, then closes with a reset (SO_LINGER 0).

@@ -98,8 +98,7 @@ struct FailureCase {
   bool printsSomething;
 };
 
-class ReportOutcome : public ReportEndToEnd,
-                      public ::testing::WithParamInterface<FailureCase> {};
+class ReportOutcome : public ReportEndToEnd, public ::testing::WithParamInterface<FailureCase> {};
 
 TEST_P(ReportOutcome, PrintsOneLineForAnErrorAndNothingOtherwise) {
   servers_.api.answerEveryPathWith(GetParam().answer);

@@ -48,7 +48,8 @@ TEST(APIEndpointLookup, RawPathsRoundTripAndOnlyExactTextMatches) {
     EXPECT_EQ(rawValue(endpoint), raw);
     EXPECT_EQ(apiEndpointFromRawValue(raw), endpoint) << raw;
   }
-  for (const char* other : {"/Tracker/app", "/tracker/app/", "tracker/app", "/campaign/v3/42", ""}) {
+  for (const char* other :
+       {"/Tracker/app", "/tracker/app/", "tracker/app", "/campaign/v3/42", ""}) {
     EXPECT_EQ(apiEndpointFromRawValue(other), std::nullopt) << other;
   }
 }
@@ -76,8 +77,7 @@ class RequestUrlForming : public ::testing::TestWithParam<UrlCase> {};
 
 TEST_P(RequestUrlForming, GivesTheExpectedAbsoluteUrl) {
   const UrlCase& c = GetParam();
-  std::optional<platform::Url> url =
-      detail::formRequestUrl(c.text, c.placeholders, c.parameters);
+  std::optional<platform::Url> url = detail::formRequestUrl(c.text, c.placeholders, c.parameters);
   if (!c.expected) {
     EXPECT_EQ(url, std::nullopt) << url->absoluteString();
     return;
@@ -91,38 +91,74 @@ const std::string kCampaign = "http://api.test/campaign/v3/{zoneId}";
 INSTANTIATE_TEST_SUITE_P(
     Table, RequestUrlForming,
     ::testing::Values(
-        UrlCase{"BaseAndPath", "http://api.test/tracker/app", {}, {},
-                "http://api.test/tracker/app"},
-        UrlCase{"BaseWithTrailingSlashDoublesIt", "http://api.test//tracker/app", {}, {},
+        UrlCase{
+            "BaseAndPath", "http://api.test/tracker/app", {}, {}, "http://api.test/tracker/app"},
+        UrlCase{"BaseWithTrailingSlashDoublesIt",
+                "http://api.test//tracker/app",
+                {},
+                {},
                 "http://api.test//tracker/app"},
-        UrlCase{"BaseWithPathKeepsIt", "http://api.test/v9/tracker/app", {}, {},
+        UrlCase{"BaseWithPathKeepsIt",
+                "http://api.test/v9/tracker/app",
+                {},
+                {},
                 "http://api.test/v9/tracker/app"},
-        UrlCase{"PlaceholderFilled", kCampaign, {{{"zoneId", "42"}}}, {},
+        UrlCase{"PlaceholderFilled",
+                kCampaign,
+                {{{"zoneId", "42"}}},
+                {},
                 "http://api.test/campaign/v3/42"},
-        UrlCase{"ExtraPlaceholderEntryChangesNothing", kCampaign,
-                {{{"zoneId", "42"}, {"other", "x"}}}, {}, "http://api.test/campaign/v3/42"},
-        UrlCase{"MissingPlaceholderKeepsBraces", kCampaign, {{{"other", "x"}}}, {},
+        UrlCase{"ExtraPlaceholderEntryChangesNothing",
+                kCampaign,
+                {{{"zoneId", "42"}, {"other", "x"}}},
+                {},
+                "http://api.test/campaign/v3/42"},
+        UrlCase{"MissingPlaceholderKeepsBraces",
+                kCampaign,
+                {{{"other", "x"}}},
+                {},
                 "http://api.test/campaign/v3/{zoneId}"},
-        UrlCase{"SlashInValueAddsASegment", kCampaign, {{{"zoneId", "a/b"}}}, {},
+        UrlCase{"SlashInValueAddsASegment",
+                kCampaign,
+                {{{"zoneId", "a/b"}}},
+                {},
                 "http://api.test/campaign/v3/a/b"},
-        UrlCase{"EveryOccurrenceReplaced", "http://api.test/{k}/{k}", {{{"k", "v"}}}, {},
+        UrlCase{"EveryOccurrenceReplaced",
+                "http://api.test/{k}/{k}",
+                {{{"k", "v"}}},
+                {},
                 "http://api.test/v/v"},
-        UrlCase{"ParametersInMapOrder", "http://api.test/tracker", {},
+        UrlCase{"ParametersInMapOrder",
+                "http://api.test/tracker",
+                {},
                 {{{"page", std::int64_t{2}}, {"active", true}}},
                 "http://api.test/tracker?active=true&page=2"},
-        UrlCase{"EmptyParametersEndInQuestionMark", "http://api.test/tracker", {},
-                {std::map<std::string, ParameterValue>{}}, "http://api.test/tracker?"},
-        UrlCase{"ParametersReplaceAQueryInTheText", "http://api.test/{q}", {{{"q", "x?old=1"}}},
-                {{{"new", std::string("2")}}}, "http://api.test/x?new=2"},
-        UrlCase{"ParameterTextIsPercentEncoded", "http://api.test/tracker", {},
+        UrlCase{"EmptyParametersEndInQuestionMark",
+                "http://api.test/tracker",
+                {},
+                {std::map<std::string, ParameterValue>{}},
+                "http://api.test/tracker?"},
+        UrlCase{"ParametersReplaceAQueryInTheText",
+                "http://api.test/{q}",
+                {{{"q", "x?old=1"}}},
+                {{{"new", std::string("2")}}},
+                "http://api.test/x?new=2"},
+        UrlCase{"ParameterTextIsPercentEncoded",
+                "http://api.test/tracker",
+                {},
                 {{{"q", std::string("a b&c=d")}, {"f", 1.5}, {"off", false}}},
                 "http://api.test/tracker?f=1.5&off=false&q=a%20b%26c%3Dd"},
-        UrlCase{"PortKept", "http://127.0.0.1:8080/tracker", {}, {{{"n", std::int64_t{-3}}}},
+        UrlCase{"PortKept",
+                "http://127.0.0.1:8080/tracker",
+                {},
+                {{{"n", std::int64_t{-3}}}},
                 "http://127.0.0.1:8080/tracker?n=-3"},
         UrlCase{"NoBaseIsNoUrl", "/tracker/app", {}, {}, std::nullopt},
-        UrlCase{"NoBaseWithParametersIsNoUrl", "/tracker/app", {}, {{{"a", true}}},
-                std::nullopt},
-        UrlCase{"SpaceFromAValueIsNoUrl", kCampaign, {{{"zoneId", "a b"}}}, {{{"a", true}}},
+        UrlCase{"NoBaseWithParametersIsNoUrl", "/tracker/app", {}, {{{"a", true}}}, std::nullopt},
+        UrlCase{"SpaceFromAValueIsNoUrl",
+                kCampaign,
+                {{{"zoneId", "a b"}}},
+                {{{"a", true}}},
                 std::nullopt},
         UrlCase{"MalformedBaseIsNoUrl", "http://api.test:99999/tracker", {}, {}, std::nullopt}),
     [](const auto& info) { return std::string(info.param.name); });

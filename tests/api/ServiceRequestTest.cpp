@@ -31,9 +31,9 @@ ZAConfig config(std::optional<std::string> channel) {
 
 TEST(ServiceRequest, PostCarriesTheFixedHeadersInOrderAndTheBody) {
   const Bytes body(57, 'x');
-  auto request = detail::makeURLRequest(record(HTTPMethod::post, body),
-                                        url("http://api.test/tracker/app"), std::nullopt,
-                                        std::nullopt);
+  auto request =
+      detail::makeURLRequest(record(HTTPMethod::post, body), url("http://api.test/tracker/app"),
+                             std::nullopt, std::nullopt);
   ASSERT_TRUE(request.has_value());
   EXPECT_EQ(request->httpMethod, "POST");
   EXPECT_EQ(request->timeoutInterval.count(), 60.0);
@@ -50,12 +50,12 @@ TEST(ServiceRequest, PostCarriesTheFixedHeadersInOrderAndTheBody) {
 TEST(ServiceRequest, MethodRawValuesAndZeroLengthWithoutBody) {
   for (auto [method, raw] : std::vector<std::pair<HTTPMethod, std::string>>{
            {HTTPMethod::get, "GET"}, {HTTPMethod::put, "PUT"}, {HTTPMethod::delete_, "DELETE"}}) {
-    auto request =
-        detail::makeURLRequest(record(method, std::nullopt), url("http://h/x"), {}, {});
+    auto request = detail::makeURLRequest(record(method, std::nullopt), url("http://h/x"), {}, {});
     ASSERT_TRUE(request.has_value());
     EXPECT_EQ(request->httpMethod, raw);
     EXPECT_EQ(request->allHTTPHeaderFields.value("Content-Length"), "0");
-    EXPECT_EQ(request->allHTTPHeaderFields.value("Content-Type"), "application/json; charset=UTF-8");
+    EXPECT_EQ(request->allHTTPHeaderFields.value("Content-Type"),
+              "application/json; charset=UTF-8");
     EXPECT_FALSE(request->httpBody.has_value());
   }
 }
@@ -111,13 +111,19 @@ TEST(ServiceRequest, RecordHeadersAreNeverSent) {
 // Injected lines, framing headers that our HTTP stack would send as given, and names that are
 // not header names never reach the request.
 TEST(ServiceRequest, UnsafeCustomHeadersAndChannelAreLeftOut) {
-  const std::map<std::string, std::string> custom{
-      {"X-Cr", "a\rb"},       {"X-Lf", "a\nInjected: 1"}, {"X-Nul", std::string("a\0b", 3)},
-      {"Bad Name", "v"},      {"X-Colon:", "v"},          {"", "v"},
-      {"content-length", "9"}, {"HOST", "evil"},           {"Transfer-Encoding", "chunked"},
-      {"Accept", "a\r\nB: c"}, {"X-Fine", "ok"}};
-  auto request = detail::makeURLRequest(record(HTTPMethod::post, Bytes{'a', 'b'}),
-                                        url("http://h/"), config("chan\r\nX-Evil: 1"), custom);
+  const std::map<std::string, std::string> custom{{"X-Cr", "a\rb"},
+                                                  {"X-Lf", "a\nInjected: 1"},
+                                                  {"X-Nul", std::string("a\0b", 3)},
+                                                  {"Bad Name", "v"},
+                                                  {"X-Colon:", "v"},
+                                                  {"", "v"},
+                                                  {"content-length", "9"},
+                                                  {"HOST", "evil"},
+                                                  {"Transfer-Encoding", "chunked"},
+                                                  {"Accept", "a\r\nB: c"},
+                                                  {"X-Fine", "ok"}};
+  auto request = detail::makeURLRequest(record(HTTPMethod::post, Bytes{'a', 'b'}), url("http://h/"),
+                                        config("chan\r\nX-Evil: 1"), custom);
   EXPECT_EQ(request->allHTTPHeaderFields.fields(),
             (Fields{{"Content-Type", "application/json; charset=UTF-8"},
                     {"Accept", "*/*"},
@@ -157,23 +163,23 @@ const Bytes kBody{'{', '}'};
 
 INSTANTIATE_TEST_SUITE_P(
     Table, OutcomeClassification,
-    ::testing::Values(
-        OutcomeCase{"TransportErrorWinsOverEverything", kBody, status(200), kTransport, false,
-                    kTransport},
-        OutcomeCase{"NoBodyIsDataError", std::nullopt, status(200), std::nullopt, false,
-                    Error{"Data", -1, std::nullopt}},
-        OutcomeCase{"Ok", kBody, status(200), std::nullopt, true, std::nullopt},
-        OutcomeCase{"NoContentWithEmptyBodyIsSuccess", Bytes{}, status(204), std::nullopt, true,
-                    std::nullopt},
-        OutcomeCase{"UpperEdge299", kBody, status(299), std::nullopt, true, std::nullopt},
-        OutcomeCase{"Redirect300", kBody, status(300), std::nullopt, false,
-                    Error{"StatusCode", 300, std::nullopt}},
-        OutcomeCase{"Informational199", kBody, status(199), std::nullopt, false,
-                    Error{"StatusCode", 199, std::nullopt}},
-        OutcomeCase{"NotFound", kBody, status(404), std::nullopt, false,
-                    Error{"StatusCode", 404, std::nullopt}},
-        OutcomeCase{"NoHttpResponse", kBody, std::nullopt, std::nullopt, false,
-                    Error{"StatusCode", -1, std::nullopt}}),
+    ::testing::Values(OutcomeCase{"TransportErrorWinsOverEverything", kBody, status(200),
+                                  kTransport, false, kTransport},
+                      OutcomeCase{"NoBodyIsDataError", std::nullopt, status(200), std::nullopt,
+                                  false, Error{"Data", -1, std::nullopt}},
+                      OutcomeCase{"Ok", kBody, status(200), std::nullopt, true, std::nullopt},
+                      OutcomeCase{"NoContentWithEmptyBodyIsSuccess", Bytes{}, status(204),
+                                  std::nullopt, true, std::nullopt},
+                      OutcomeCase{"UpperEdge299", kBody, status(299), std::nullopt, true,
+                                  std::nullopt},
+                      OutcomeCase{"Redirect300", kBody, status(300), std::nullopt, false,
+                                  Error{"StatusCode", 300, std::nullopt}},
+                      OutcomeCase{"Informational199", kBody, status(199), std::nullopt, false,
+                                  Error{"StatusCode", 199, std::nullopt}},
+                      OutcomeCase{"NotFound", kBody, status(404), std::nullopt, false,
+                                  Error{"StatusCode", 404, std::nullopt}},
+                      OutcomeCase{"NoHttpResponse", kBody, std::nullopt, std::nullopt, false,
+                                  Error{"StatusCode", -1, std::nullopt}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

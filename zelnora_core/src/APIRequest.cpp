@@ -133,7 +133,8 @@ std::optional<platform::Url> urlWithQuery(const std::string& text,
   if (!components) return std::nullopt;
   std::vector<platform::QueryItem> items;
   items.reserve(parameters.size());
-  for (const auto& [name, value] : parameters) items.emplace_back(name, detail::parameterText(value));
+  for (const auto& [name, value] : parameters)
+    items.emplace_back(name, detail::parameterText(value));
   components->setQueryItems(items);
   return components->url();
 }
@@ -181,7 +182,8 @@ namespace detail {
 
 BaseKind baseKindOf(APIEndpoint endpoint) {
   const std::string_view raw = rawValue(endpoint);
-  const bool gateway = raw == "/v2/register" || raw == "/v1/unregister" || raw == "/v1/device/callback";
+  const bool gateway =
+      raw == "/v2/register" || raw == "/v1/unregister" || raw == "/v1/device/callback";
   return gateway ? BaseKind::gateway : BaseKind::api;
 }
 

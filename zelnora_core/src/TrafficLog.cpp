@@ -77,7 +77,8 @@ std::string incomingText(const std::optional<platform::HTTPURLResponse>& respons
     text.append("\n");
   }
   if (components) {
-    if (std::optional<std::string> host = components->host()) text.append("Host: ").append(*host).append("\n");
+    if (std::optional<std::string> host = components->host())
+      text.append("Host: ").append(*host).append("\n");
   }
   if (response) {
     for (const auto& [name, value] : response->allHeaderFields) {

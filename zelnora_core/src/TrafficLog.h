@@ -15,8 +15,7 @@ inline constexpr std::string_view kOutgoingBanner =
     "\n - - - - - - - - - - OUTGOING - - - - - - - - - - \n";
 inline constexpr std::string_view kIncomingBanner =
     "\n - - - - - - - - - - INCOMMING - - - - - - - - - - \n";
-inline constexpr std::string_view kEndBanner =
-    "\n - - - - - - - - - -  END - - - - - - - - - - \n";
+inline constexpr std::string_view kEndBanner = "\n - - - - - - - - - -  END - - - - - - - - - - \n";
 
 // URL, request line (always with "?"), "HOST: " line, one "name: value \n" per header field the
 // session would send, and " " + body (as UTF-8, empty when invalid) when there is a body.

@@ -35,7 +35,8 @@ std::optional<std::string> hostShortVersion() {
 }
 
 std::optional<std::string> kitInfoString(std::string_view key) {
-  std::optional<platform::PropertyValue> value = platform::kitBundle().objectForInfoDictionaryKey(key);
+  std::optional<platform::PropertyValue> value =
+      platform::kitBundle().objectForInfoDictionaryKey(key);
   if (!value || value->string() == nullptr) return std::nullopt;
   return *value->string();
 }
@@ -56,7 +57,8 @@ std::optional<std::string> firstCarrierName() {
 }
 
 void setDeviceFacts(InfoMap& map) {
-  map.insert_or_assign("hardware", std::string(DeviceCatalog::Device::current().cpu().description()));
+  map.insert_or_assign("hardware",
+                       std::string(DeviceCatalog::Device::current().cpu().description()));
   map.insert_or_assign("manufacturer", "Apple");
   map.insert_or_assign("model", DeviceCatalog::Device::current().safeDescription());
   setIfPresent(map, "product", DeviceCatalog::Device::current().localizedModel());

@@ -7,12 +7,12 @@
 namespace zelnora_core {
 
 void ZAdsApiFactory::sendAppTracking(const APIRequest& request, TrackingCompletion completion) {
-  APIService::shared().request(
-      request, [completion = std::move(completion)](std::optional<platform::Bytes>,
-                                                    std::optional<platform::HTTPURLResponse> response,
-                                                    std::optional<platform::Error> error) {
-        if (completion) completion(std::move(response), std::move(error));
-      });
+  APIService::shared().request(request, [completion = std::move(completion)](
+                                            std::optional<platform::Bytes>,
+                                            std::optional<platform::HTTPURLResponse> response,
+                                            std::optional<platform::Error> error) {
+    if (completion) completion(std::move(response), std::move(error));
+  });
 }
 
 }  // namespace zelnora_core
