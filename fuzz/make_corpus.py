@@ -34,8 +34,10 @@ class Seed:
     def boolean(self, flag):
         return self.byte(1 if flag else 0)
 
-    def integer(self, value, width):
-        self.back += (value & ((1 << (8 * width)) - 1)).to_bytes(width, "big")
+    def integer(self, value, width, signed=True):
+        # ConsumeIntegral<T> returns min(T) + raw for a signed T.
+        raw = value + (1 << (8 * width - 1)) if signed else value
+        self.back += (raw & ((1 << (8 * width)) - 1)).to_bytes(width, "big")
         return self
 
     def bytes(self):
@@ -76,7 +78,8 @@ def request(endpoint, method, placeholders=None, parameters=None):
             elif isinstance(value, int):
                 seed.byte(1).integer(value, 8)
             elif isinstance(value, float):
-                seed.byte(3).integer(struct.unpack(">Q", struct.pack(">d", value))[0], 8)
+                seed.byte(3).integer(struct.unpack(">Q", struct.pack(">d", value))[0], 8,
+                                   signed=False)
             else:
                 seed.byte(0).string(value)
     return seed.bytes()
