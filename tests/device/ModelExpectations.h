@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,9 @@ struct ExpectedModel {
   std::vector<Device::CameraType> cameras;
   std::size_t applePencilRawValue;
 };
+
+// gtest names a parameterised case by its model case.
+inline void PrintTo(const ExpectedModel& model, std::ostream* out) { *out << model.caseName; }
 
 // All 75 model cases, in model-case order.
 inline const std::vector<ExpectedModel>& expectedModels() {
