@@ -33,6 +33,8 @@ enum class APIEndpoint {
 std::string_view rawValue(APIEndpoint endpoint);
 std::optional<APIEndpoint> apiEndpointFromRawValue(std::string_view raw);
 // The base URL (read once per process from the stored host-bundle configuration) + raw path.
+// While no configuration is stored nothing is cached and the text is the bare raw path, which
+// forms no URL; the first configuration stored later is the one the process keeps.
 std::string urlString(APIEndpoint endpoint);
 
 // A query parameter's value; sent as its textual form.

@@ -21,7 +21,9 @@ class APIService {
   APIService(const APIService&) = delete;
   APIService& operator=(const APIService&) = delete;
 
-  // Any thread; returns at once. `completion` runs exactly once, on the network thread.
+  // Any thread; returns at once. `completion` runs exactly once, on the network thread. A request
+  // whose URL cannot be formed (or has no host) prints "Invalid URL", sends nothing and completes
+  // with NSURLErrorDomain -1000 on a short-lived thread of its own, never inside this call.
   void request(const APIRequest& request, APICompletion completion);
 
  private:
