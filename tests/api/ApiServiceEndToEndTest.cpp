@@ -160,15 +160,22 @@ TEST_F(ApiServiceEndToEnd, AnswerCutShortIsATransportError) {
 
 TEST_F(ApiServiceEndToEnd, UnformableUrlPrintsInvalidUrlSendsNothingAndCompletesOnce) {
   APIService::shared().request(campaign("a b"), recorder_.callback());
-  ASSERT_TRUE(recorder_.waitFor(1));
+  ASSERT_TRUE(platform::urlSession().waitUntilIdle(std::chrono::seconds(30)));
   auto calls = recorder_.calls();
-  ASSERT_EQ(calls.size(), 1u);
+  ASSERT_EQ(calls.size(), 1u) << "the session's idle wait covers the completion";
   EXPECT_EQ(calls[0].error, detail::invalidUrlError());
   EXPECT_EQ(calls[0].error->domain, "NSURLErrorDomain");
   EXPECT_EQ(calls[0].error->code, -1000);
-  EXPECT_NE(calls[0].thread, std::this_thread::get_id());
+  EXPECT_FALSE(calls[0].body.has_value());
+  EXPECT_FALSE(calls[0].response.has_value());
   EXPECT_EQ(console_.pieces(), std::vector<std::string>{"Invalid URL\n"});
   EXPECT_TRUE(servers_.api.received().empty());
+
+  CompletionRecorder ordinary;
+  APIService::shared().request(campaign("1"), ordinary.callback());
+  ASSERT_TRUE(ordinary.waitFor(1));
+  EXPECT_EQ(calls[0].thread, ordinary.calls()[0].thread) << "both on the session's queue";
+  EXPECT_NE(calls[0].thread, std::this_thread::get_id());
 }
 
 TEST_F(ApiServiceEndToEnd, InjectedCustomHeaderNeverReachesTheWireOrTheDump) {

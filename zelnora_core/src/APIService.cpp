@@ -2,8 +2,6 @@
 
 #include <cctype>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "APIServiceDetail.h"
@@ -37,19 +35,22 @@ bool isMessageFramingHeader(std::string_view name) {
          equalsIgnoringCase(name, "Transfer-Encoding");
 }
 
-// A request that cannot be formed sends nothing; its completion still runs exactly once, and,
-// like every other completion, never on the caller's thread (a caller holding a lock that its
-// completion also takes must not deadlock), so it gets a short-lived thread of its own.
+// A request that cannot be formed sends nothing, yet its completion runs like every other one:
+// once, on the session's queue (never inside the caller's call), and covered by waitUntilIdle.
+// The session is handed a request in a scheme no transport speaks, which it fails at once without
+// any I/O; the handler reports the kit's own error instead of the session's.
 void completeWithInvalidUrl(APICompletion completion) {
   platform::printLine("Invalid URL");
-  auto complete = [completion = std::move(completion)] {
+  static const std::optional<platform::Url> unsendable =
+      platform::Url::parse("zelnora-unsent://invalid/");
+  auto complete = [completion = std::move(completion)](auto&&...) {
     completion(std::nullopt, std::nullopt, detail::invalidUrlError());
   };
-  try {
-    std::thread(complete).detach();
-  } catch (const std::system_error&) {
-    complete();  // no thread to be had: better on the caller's thread than never
+  if (!unsendable) {
+    complete();  // only if the URL parser rejected the constant: late is better than never
+    return;
   }
+  platform::urlSession().dataTask(platform::URLRequest(*unsendable), std::move(complete));
 }
 
 }  // namespace

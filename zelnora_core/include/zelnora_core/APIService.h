@@ -23,7 +23,7 @@ class APIService {
 
   // Any thread; returns at once. `completion` runs exactly once, on the network thread. A request
   // whose URL cannot be formed (or has no host) prints "Invalid URL", sends nothing and completes
-  // with NSURLErrorDomain -1000 on a short-lived thread of its own, never inside this call.
+  // with NSURLErrorDomain -1000, also on the network thread and never inside this call.
   void request(const APIRequest& request, APICompletion completion);
 
  private:
