@@ -61,8 +61,7 @@ const std::string& volumeRootPath() {
 }
 
 // A resource value as a byte count: the 64-bit alternative unchanged, the native-width one widened;
-// absent for a value of any other type. (The alternatives are told apart by position: on LP64
-// systems both integer alternatives are `long`.)
+// absent for a value of any other type.
 std::optional<std::int64_t> byteCount(const platform::VolumeValue& value) {
   switch (value.index()) {
     case 0: return std::get<0>(value);

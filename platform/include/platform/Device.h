@@ -82,8 +82,9 @@ enum class VolumeCapacityKey {
   volumeTotalCapacityKey,
 };
 
-// A resource value as the platform hands it back: 64-bit, native width, or something else.
-using VolumeValue = std::variant<std::int64_t, long, std::string>;
+// A resource value as the platform hands it back: a 64-bit integer, a narrower native integer
+// (widened by readers), or a value of another type (read as 0). Index 0, 1 and 2 respectively.
+using VolumeValue = std::variant<std::int64_t, int, std::string>;
 
 class SystemInfo {
  public:
