@@ -20,6 +20,9 @@
 // ({"nt":..,"nai":..,"k":..}). A key that is not in the registry answers 401 {"error":"unknown
 // application key"}.
 //
+// With a fault mode (FaultServer.h) a raw-socket server takes the HTTP server's place: it reads and
+// records every request the same way, then answers it wrongly in that one way, on every path.
+//
 // Recorded requests are JSON lines:
 //   {"method":"POST","path":"/tracker/app","query":"a=1","headers":[["Accept","*/*"],...],"body":"..."}
 // Headers come in the order the server library keeps them (by name, case-insensitively; a
@@ -38,6 +41,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "FaultServer.h"
 
 namespace httplib {
 class Server;
@@ -98,6 +103,11 @@ struct ReferenceServiceOptions {
   std::string requestLogPath;  // append one JSON line per request; empty: no file
   bool printRequests = false;  // also write each JSON line to standard output
   std::size_t maxBodyBytes = 16 * 1024 * 1024;
+  FaultMode fault = FaultMode::none;
+  std::chrono::milliseconds dripInterval{1};  // slow-drip: the pause between answer bytes
+  // False: requests are only counted (`receivedCount`), not kept, so that long load runs keep
+  // the service's memory flat; `received()` is then empty.
+  bool keepRequests = true;
 };
 
 class ReferenceService {
@@ -122,15 +132,19 @@ class ReferenceService {
 
   // Every request received so far, in arrival order. Any thread.
   std::vector<RecordedRequest> received() const;
+  // How many requests were received so far (kept or not). Any thread.
+  std::size_t receivedCount() const;
   // Waits until at least `count` requests were received or `limit` passed; true when they were.
   bool waitForRequests(std::size_t count, std::chrono::milliseconds limit) const;
 
  private:
+  int startFaultServer();
   void handle(const RecordedRequest& request, ServiceAnswer& answer);
   void record(const RecordedRequest& request);
 
   ReferenceServiceOptions options_;
   std::unique_ptr<httplib::Server> server_;
+  std::unique_ptr<FaultServer> faultServer_;  // instead of server_ when a fault mode is chosen
   std::thread serverThread_;
   int port_ = -1;
 
@@ -138,6 +152,7 @@ class ReferenceService {
   mutable std::condition_variable receivedChanged_;
   KeyRegistry registry_;
   std::vector<RecordedRequest> received_;
+  std::size_t receivedCount_ = 0;
 };
 
 }  // namespace zelnora_tools

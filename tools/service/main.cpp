@@ -1,7 +1,10 @@
 // zelnora-service: the reference service as a program. Runs until SIGINT or SIGTERM.
 //
 //   zelnora-service [--port N] [--registry FILE] [--log FILE] [--max-body BYTES] [--quiet]
+//                   [--fault MODE] [--drip-ms N]
 //
+// --fault makes every answer wrong in one way, to see how a client copes: reset, close-mid-body,
+// stall, garbage-status, huge-body or slow-drip (one byte every --drip-ms, default 1).
 // Without --registry the service knows one key, "demo-key". Every request is printed on standard
 // output as a JSON line (unless --quiet) and appended to the --log file.
 #include <pthread.h>
@@ -22,7 +25,8 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: zelnora-service [--port N] [--registry FILE] [--log FILE] [--max-body BYTES] "
-    "[--quiet]";
+    "[--quiet] [--fault reset|close-mid-body|stall|garbage-status|huge-body|slow-drip] "
+    "[--drip-ms N]";
 
 bool parseNumber(const std::string& text, long long low, long long high, long long& out) {
   char* end = nullptr;
@@ -65,6 +69,10 @@ bool parseOptions(int argc, char** argv, zelnora_tools::ReferenceServiceOptions&
       options.port = static_cast<int>(number);
     } else if (option == "--max-body" && parseNumber(value, 0, 1LL << 40, number)) {
       options.maxBodyBytes = static_cast<std::size_t>(number);
+    } else if (option == "--drip-ms" && parseNumber(value, 0, 60'000, number)) {
+      options.dripInterval = std::chrono::milliseconds(number);
+    } else if (option == "--fault" && zelnora_tools::faultModeNamed(value)) {
+      options.fault = *zelnora_tools::faultModeNamed(value);
     } else if (option == "--log") {
       options.requestLogPath = value;
     } else if (option == "--registry") {
