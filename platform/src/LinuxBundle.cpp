@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "LinuxProviders.h"
@@ -37,6 +38,27 @@ bool isRegularFile(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
+// What identifies one version of a file without reading it.
+struct FileStamp {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec modified{};
+  timespec changed{};
+
+  static std::optional<FileStamp> of(const std::string& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+    return FileStamp{info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
+  }
+  bool operator==(const FileStamp& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           modified.tv_sec == other.modified.tv_sec &&
+           modified.tv_nsec == other.modified.tv_nsec && changed.tv_sec == other.changed.tv_sec &&
+           changed.tv_nsec == other.changed.tv_nsec;
+  }
+};
+
 class DirectoryMainBundle final : public MainBundle {
  public:
   std::optional<std::string> pathForResource(std::string_view name,
@@ -47,11 +69,26 @@ class DirectoryMainBundle final : public MainBundle {
     return path;
   }
 
+  // Every report asks for the info dictionary twice; the file is parsed again only when a stat
+  // shows that it changed.
   std::optional<PropertyDictionary> infoDictionary() override {
-    std::optional<PropertyValue> info =
-        linux_provider::propertyListReader().readFile(bundleDirectory() + "/Info.plist");
-    if (!info || info->dictionary() == nullptr) return std::nullopt;
-    return std::get<PropertyDictionary>(std::move(info->value));
+    const std::string path = bundleDirectory() + "/Info.plist";
+    const std::optional<FileStamp> stamp = FileStamp::of(path);
+    if (!stamp) return std::nullopt;
+    {
+      std::lock_guard lock(cacheMutex_);
+      if (cachedPath_ == path && cachedStamp_ == stamp) return cachedInfo_;
+    }
+    std::optional<PropertyValue> info = linux_provider::propertyListReader().readFile(path);
+    std::optional<PropertyDictionary> dictionary;
+    if (info && info->dictionary() != nullptr) {
+      dictionary = std::get<PropertyDictionary>(std::move(info->value));
+    }
+    std::lock_guard lock(cacheMutex_);
+    cachedPath_ = path;
+    cachedStamp_ = stamp;
+    cachedInfo_ = dictionary;
+    return dictionary;
   }
 
   std::optional<std::string> bundleIdentifier() override {
@@ -61,6 +98,12 @@ class DirectoryMainBundle final : public MainBundle {
     if (entry == info->end() || entry->second.string() == nullptr) return std::nullopt;
     return *entry->second.string();
   }
+
+ private:
+  std::mutex cacheMutex_;
+  std::string cachedPath_;                        // guarded by cacheMutex_
+  std::optional<FileStamp> cachedStamp_;          // guarded by cacheMutex_
+  std::optional<PropertyDictionary> cachedInfo_;  // guarded by cacheMutex_
 };
 
 class BuildConstantsKitBundle final : public KitBundle {

@@ -1,18 +1,23 @@
 #include "LinuxDevice.h"
 
+#include <fcntl.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <mutex>
 #include <vector>
@@ -32,12 +37,20 @@ std::string trim(std::string text) {
   return text;
 }
 
-// The first line of a small (sysfs-style) file, trimmed; absent when unreadable.
+// The first line of a small (sysfs-style) file, trimmed; absent when unreadable. Plain system
+// calls: a stream costs several times more, and reports read these on every call.
 std::optional<std::string> readLine(const std::string& path) {
-  std::ifstream file(path);
-  std::string line;
-  if (!file || !std::getline(file, line)) return std::nullopt;
-  return trim(line);
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return std::nullopt;
+  char buffer[4096];
+  ssize_t got = 0;
+  do {
+    got = ::read(fd, buffer, sizeof buffer);
+  } while (got < 0 && errno == EINTR);
+  ::close(fd);
+  if (got <= 0) return std::nullopt;
+  const std::string_view text(buffer, static_cast<std::size_t>(got));
+  return trim(std::string(text.substr(0, text.find('\n'))));
 }
 
 std::optional<double> readNumber(const std::string& path) {
@@ -60,16 +73,14 @@ std::vector<std::string> sortedEntries(const std::string& directory) {
   return entries;
 }
 
-// The value of `key` in an os-release file (quotes removed), absent when missing.
-std::optional<std::string> osReleaseValue(const std::string& file, std::string_view key) {
-  std::ifstream stream(file);
-  std::string line;
-  while (std::getline(stream, line)) {
-    if (line.size() <= key.size() || line.compare(0, key.size(), key) != 0 ||
-        line[key.size()] != '=') {
-      continue;
-    }
-    std::string value = trim(line.substr(key.size() + 1));
+// The value of `key` in os-release text (quotes removed), absent when missing.
+std::optional<std::string> osReleaseValue(std::string_view text, std::string_view key) {
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (line.size() <= key.size() || !line.starts_with(key) || line[key.size()] != '=') continue;
+    std::string value = trim(std::string(line.substr(key.size() + 1)));
     if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
         value.back() == value.front()) {
       value = value.substr(1, value.size() - 2);
@@ -78,6 +89,53 @@ std::optional<std::string> osReleaseValue(const std::string& file, std::string_v
   }
   return std::nullopt;
 }
+
+std::optional<std::string> osReleaseValue(const std::string& file, std::string_view key) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) return std::nullopt;
+  const std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+  return osReleaseValue(std::string_view(text), key);
+}
+
+// A small file's text, read again only when a stat shows another file, size or time stamp:
+// os-release is read for every report, and changes perhaps once in a machine's life.
+class StatValidatedFile {
+ public:
+  explicit StatValidatedFile(std::string path) : path_(std::move(path)) {}
+
+  std::optional<std::string> text() {
+    struct stat info {};
+    if (::stat(path_.c_str(), &info) != 0) return std::nullopt;
+    const Stamp stamp{info.st_dev,          info.st_ino,          info.st_size,
+                      info.st_mtim.tv_sec,  info.st_mtim.tv_nsec, info.st_ctim.tv_sec,
+                      info.st_ctim.tv_nsec};
+    std::lock_guard lock(mutex_);
+    if (!text_ || stamp != stamp_) {
+      std::ifstream stream(path_, std::ios::binary);
+      if (!stream) return std::nullopt;
+      text_.emplace((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+      stamp_ = stamp;
+    }
+    return text_;
+  }
+
+ private:
+  struct Stamp {
+    dev_t device;
+    ino_t inode;
+    off_t size;
+    time_t modifiedSeconds;
+    long modifiedNanoseconds;
+    time_t changedSeconds;
+    long changedNanoseconds;
+    bool operator==(const Stamp&) const = default;
+  };
+
+  const std::string path_;
+  std::mutex mutex_;
+  std::optional<std::string> text_;  // guarded by mutex_
+  Stamp stamp_{};                    // guarded by mutex_
+};
 
 utsname unameFields() {
   utsname fields{};
@@ -100,9 +158,34 @@ std::optional<std::string> findBattery(const std::string& sysDirectory) {
   return std::nullopt;
 }
 
+// Which power supply is the battery, looked for again at most once a second: listing the
+// supplies cost more than the rest of a report's device facts. The readings themselves are read
+// on every call.
+class BatteryLocator {
+ public:
+  explicit BatteryLocator(std::string sysDirectory) : sysDirectory_(std::move(sysDirectory)) {}
+
+  std::optional<std::string> battery() {
+    const auto now = std::chrono::steady_clock::now();
+    std::lock_guard lock(mutex_);
+    if (!lookedAt_ || now - *lookedAt_ >= std::chrono::seconds(1)) {
+      battery_ = findBattery(sysDirectory_);
+      lookedAt_ = now;
+    }
+    return battery_;
+  }
+
+ private:
+  const std::string sysDirectory_;
+  std::mutex mutex_;
+  std::optional<std::chrono::steady_clock::time_point> lookedAt_;  // guarded by mutex_
+  std::optional<std::string> battery_;                             // guarded by mutex_
+};
+
 class LinuxCurrentDevice final : public CurrentDevice {
  public:
-  explicit LinuxCurrentDevice(LinuxDeviceFiles files) : files_(std::move(files)) {}
+  explicit LinuxCurrentDevice(LinuxDeviceFiles files)
+      : files_(std::move(files)), osRelease_(files_.osReleaseFile), batteries_(files_.sysDirectory) {}
 
   std::string name() override {
     char host[256] = {};
@@ -110,10 +193,10 @@ class LinuxCurrentDevice final : public CurrentDevice {
     return unameFields().nodename;
   }
   std::string systemName() override {
-    return osReleaseValue(files_.osReleaseFile, "NAME").value_or(unameFields().sysname);
+    return osReleaseField("NAME").value_or(unameFields().sysname);
   }
   std::string systemVersion() override {
-    return osReleaseValue(files_.osReleaseFile, "VERSION_ID").value_or(unameFields().release);
+    return osReleaseField("VERSION_ID").value_or(unameFields().release);
   }
   std::string model() override {
     return simulatedIdiom() == InterfaceIdiom::pad ? "iPad" : "iPhone";
@@ -138,7 +221,7 @@ class LinuxCurrentDevice final : public CurrentDevice {
 
   float batteryLevel() override {
     if (!monitoring_.load()) return -1;
-    const std::optional<std::string> battery = findBattery(files_.sysDirectory);
+    const std::optional<std::string> battery = batteries_.battery();
     if (!battery) return -1;
     const std::optional<double> percent = readNumber(*battery + "/capacity");
     if (!percent || *percent < 0 || *percent > 100) return -1;
@@ -147,7 +230,7 @@ class LinuxCurrentDevice final : public CurrentDevice {
 
   int batteryState() override {
     if (!monitoring_.load()) return 0;
-    const std::optional<std::string> battery = findBattery(files_.sysDirectory);
+    const std::optional<std::string> battery = batteries_.battery();
     if (!battery) return 0;
     const std::string status = readLine(*battery + "/status").value_or("");
     if (status == "Charging") return 2;
@@ -161,7 +244,14 @@ class LinuxCurrentDevice final : public CurrentDevice {
   bool isGuidedAccessEnabled() override { return false; }
 
  private:
+  std::optional<std::string> osReleaseField(std::string_view key) {
+    const std::optional<std::string> text = osRelease_.text();
+    return text ? osReleaseValue(std::string_view(*text), key) : std::nullopt;
+  }
+
   const LinuxDeviceFiles files_;
+  StatValidatedFile osRelease_;
+  BatteryLocator batteries_;
   std::atomic<bool> monitoring_{false};
   std::mutex vendorMutex_;
   std::optional<std::string> storedVendorId_;  // guarded by vendorMutex_; kept once known

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <map>
@@ -60,12 +61,16 @@ bool preparePrivateFile(const std::string& path) {
   return ok;
 }
 
+// A prepared statement borrowed from its suite's cache for one use: compiling the SQL each time
+// cost more than running it. Giving it back resets it, which also ends its read transaction.
 class Statement {
  public:
-  Statement(sqlite3* db, const char* sql) {
-    if (db != nullptr) sqlite3_prepare_v2(db, sql, -1, &statement_, nullptr);
+  explicit Statement(sqlite3_stmt* statement) : statement_(statement) {}
+  ~Statement() {
+    if (statement_ == nullptr) return;
+    sqlite3_reset(statement_);
+    sqlite3_clear_bindings(statement_);
   }
-  ~Statement() { sqlite3_finalize(statement_); }
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
@@ -95,7 +100,17 @@ class Statement {
   }
 
  private:
-  sqlite3_stmt* statement_ = nullptr;
+  sqlite3_stmt* statement_;
+};
+
+// The suite's statements, one slot each.
+enum StatementKind { kSelectOne, kUpsert, kDelete, kSelectAll, kStatementKinds };
+constexpr const char* kStatementSql[kStatementKinds] = {
+    "SELECT value FROM entries WHERE key = ?1",
+    "INSERT INTO entries (key, value) VALUES (?1, ?2) "
+    "ON CONFLICT (key) DO UPDATE SET value = excluded.value",
+    "DELETE FROM entries WHERE key = ?1",
+    "SELECT key, value FROM entries",
 };
 
 sqlite3* openDatabase(const std::string& path) {
@@ -125,7 +140,9 @@ class SqliteSuite final : public UserDefaultsSuite {
  public:
   explicit SqliteSuite(std::string path) : path_(std::move(path)) {}
   ~SqliteSuite() override {
-    if (db_ != nullptr && openedBy_ == ::getpid()) sqlite3_close_v2(db_);
+    if (db_ == nullptr || openedBy_ != ::getpid()) return;
+    for (sqlite3_stmt* statement : statements_) sqlite3_finalize(statement);
+    sqlite3_close_v2(db_);
   }
 
   // True when this process has an open connection (opening one if needed).
@@ -136,7 +153,7 @@ class SqliteSuite final : public UserDefaultsSuite {
 
   std::optional<PropertyValue> object(std::string_view key) override {
     std::lock_guard lock(mutex_);
-    Statement select(connection(), "SELECT value FROM entries WHERE key = ?1");
+    Statement select(prepared(kSelectOne));
     if (!select) return std::nullopt;
     select.bindText(1, key);
     if (sqlite3_step(select.get()) != SQLITE_ROW) return std::nullopt;
@@ -147,9 +164,7 @@ class SqliteSuite final : public UserDefaultsSuite {
     const std::optional<Bytes> encoded = detail::encodeBinaryPropertyList(value);
     if (!encoded || encoded->size() > detail::kMaxPropertyListBytes) return;
     std::lock_guard lock(mutex_);
-    Statement upsert(connection(),
-                     "INSERT INTO entries (key, value) VALUES (?1, ?2) "
-                     "ON CONFLICT (key) DO UPDATE SET value = excluded.value");
+    Statement upsert(prepared(kUpsert));
     if (!upsert) return;
     upsert.bindText(1, key);
     upsert.bindBlob(2, *encoded);
@@ -158,7 +173,7 @@ class SqliteSuite final : public UserDefaultsSuite {
 
   void remove(std::string_view key) override {
     std::lock_guard lock(mutex_);
-    Statement removal(connection(), "DELETE FROM entries WHERE key = ?1");
+    Statement removal(prepared(kDelete));
     if (!removal) return;
     removal.bindText(1, key);
     sqlite3_step(removal.get());
@@ -167,7 +182,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   std::map<std::string, PropertyValue> dictionaryRepresentation() override {
     std::map<std::string, PropertyValue> entries;
     std::lock_guard lock(mutex_);
-    Statement selectAll(connection(), "SELECT key, value FROM entries");
+    Statement selectAll(prepared(kSelectAll));
     if (!selectAll) return entries;
     while (sqlite3_step(selectAll.get()) == SQLITE_ROW) {
       std::optional<PropertyValue> value = parsePropertyList(selectAll.blob(1));
@@ -180,17 +195,31 @@ class SqliteSuite final : public UserDefaultsSuite {
   sqlite3* connection() {
     const pid_t self = ::getpid();
     if (openedBy_ != self) {
-      db_ = nullptr;  // the parent's connection, if any, is the parent's to close
+      // The parent's connection and statements, if any, are the parent's to close.
+      db_ = nullptr;
+      statements_.fill(nullptr);
       openedBy_ = self;
     }
     if (db_ == nullptr) db_ = openDatabase(path_);
     return db_;
   }
 
+  // The cached statement of that kind on this process's connection; null when there is none.
+  sqlite3_stmt* prepared(StatementKind kind) {
+    sqlite3* db = connection();
+    if (db == nullptr) return nullptr;
+    sqlite3_stmt*& slot = statements_[kind];
+    if (slot == nullptr) {
+      sqlite3_prepare_v3(db, kStatementSql[kind], -1, SQLITE_PREPARE_PERSISTENT, &slot, nullptr);
+    }
+    return slot;
+  }
+
   const std::string path_;
   std::mutex mutex_;
   sqlite3* db_ = nullptr;  // guarded by mutex_
   pid_t openedBy_ = 0;     // guarded by mutex_
+  std::array<sqlite3_stmt*, kStatementKinds> statements_{};  // guarded by mutex_, of db_
 };
 
 class SqliteUserDefaultsStore final : public UserDefaultsStore {
