@@ -1,9 +1,11 @@
 #include <fcntl.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <map>
@@ -133,6 +135,18 @@ sqlite3* openDatabase(const std::string& path) {
   return db;
 }
 
+// Counts the fork()s this process came out of as a child: cheaper to compare than getpid(), a
+// system call that every suite operation would otherwise make.
+std::atomic<unsigned> forkGeneration{1};
+
+unsigned currentForkGeneration() {
+  static std::once_flag registered;
+  std::call_once(registered, [] {
+    ::pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); });
+  });
+  return forkGeneration.load(std::memory_order_relaxed);
+}
+
 // One suite: one connection per process, used under a mutex. A child process after fork() must
 // not touch its parent's connection (closing it could drop the parent's locks), so it leaves it
 // alone and opens its own.
@@ -140,7 +154,7 @@ class SqliteSuite final : public UserDefaultsSuite {
  public:
   explicit SqliteSuite(std::string path) : path_(std::move(path)) {}
   ~SqliteSuite() override {
-    if (db_ == nullptr || openedBy_ != ::getpid()) return;
+    if (db_ == nullptr || openedIn_ != currentForkGeneration()) return;
     for (sqlite3_stmt* statement : statements_) sqlite3_finalize(statement);
     sqlite3_close_v2(db_);
   }
@@ -193,12 +207,12 @@ class SqliteSuite final : public UserDefaultsSuite {
 
  private:
   sqlite3* connection() {
-    const pid_t self = ::getpid();
-    if (openedBy_ != self) {
+    const unsigned generation = currentForkGeneration();
+    if (openedIn_ != generation) {
       // The parent's connection and statements, if any, are the parent's to close.
       db_ = nullptr;
       statements_.fill(nullptr);
-      openedBy_ = self;
+      openedIn_ = generation;
     }
     if (db_ == nullptr) db_ = openDatabase(path_);
     return db_;
@@ -218,7 +232,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   const std::string path_;
   std::mutex mutex_;
   sqlite3* db_ = nullptr;  // guarded by mutex_
-  pid_t openedBy_ = 0;     // guarded by mutex_
+  unsigned openedIn_ = 0;  // guarded by mutex_: the fork generation db_ belongs to
   std::array<sqlite3_stmt*, kStatementKinds> statements_{};  // guarded by mutex_, of db_
 };
 
