@@ -1,8 +1,6 @@
 // Fuzz target: the OUTGOING and INCOMMING dump texts built from arbitrary exchanges (URL text,
 // method, header fields, body, status, error). Building must not crash, and the texts must keep
 // their shape whatever the fields hold.
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -10,6 +8,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <fuzzer/FuzzedDataProvider.h>
 
 #include "../zelnora_core/src/TrafficLog.h"
 #include "platform/Bytes.h"
@@ -107,8 +107,8 @@ void checkIncoming(FuzzedDataProvider& input, const std::string& urlText) {
   const std::string text = incomingText(response, body, error);
 
   if (response && !urlText.empty() && !text.starts_with(urlText)) __builtin_trap();
-  if (response && text.find("HTTP " + std::to_string(response->statusCode) + " ") ==
-                      std::string::npos) {
+  if (response &&
+      text.find("HTTP " + std::to_string(response->statusCode) + " ") == std::string::npos) {
     __builtin_trap();
   }
   if (!response && !body && !error && !text.empty()) __builtin_trap();

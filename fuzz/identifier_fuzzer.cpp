@@ -1,8 +1,6 @@
 // Fuzz target: machine identifiers and SIMULATOR_MODEL_IDENTIFIER values through
 // Device::mapToDevice, with the value laws the catalog promises (descriptions, equality, the
 // one-level simulator rule, group membership) checked on whatever comes out.
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -10,6 +8,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <fuzzer/FuzzedDataProvider.h>
 
 #include "DeviceCatalog/Device.h"
 #include "platform/testing/FakePlatform.h"
@@ -21,9 +21,12 @@ using DeviceCatalog::Device;
 
 constexpr const char* kSimulatorVariable = "SIMULATOR_MODEL_IDENTIFIER";
 // Identifiers worth reaching often: the simulator trio, a few table entries and names.
-constexpr const char* kInterestingIdentifiers[] = {
-    "x86_64", "arm64", "i386", "iPhone10,3", "iPhone15,3", "iPad13,8", "iPod9,1", "AudioAccessory1,1",
-    "iPhone X", "Simulator (iPhone 8)", "iOS", ""};
+constexpr const char* kInterestingIdentifiers[] = {"x86_64",     "arm64",
+                                                   "i386",       "iPhone10,3",
+                                                   "iPhone15,3", "iPad13,8",
+                                                   "iPod9,1",    "AudioAccessory1,1",
+                                                   "iPhone X",   "Simulator (iPhone 8)",
+                                                   "iOS",        ""};
 
 struct FakeMachine {
   platform::testing::FakeProcessInfo process;
@@ -121,8 +124,8 @@ void checkMapped(const std::string& identifier, const std::optional<std::string>
   const Device real = Device::realDevice(device);
   if (real.kind() == Device::Kind::simulator) __builtin_trap();
   const std::string simulated = variable.value_or("iOS");
-  const Device expected =
-      isSimulatorIdentifier(simulated) ? Device::unknown(simulated) : Device::mapToDevice(simulated);
+  const Device expected = isSimulatorIdentifier(simulated) ? Device::unknown(simulated)
+                                                           : Device::mapToDevice(simulated);
   if (!(real == expected)) __builtin_trap();
 }
 
@@ -154,8 +157,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   checkPredicates(device);
 
   const std::string otherIdentifier = consumeIdentifier(input);
-  const Device other = input.ConsumeBool() ? Device::unknown(otherIdentifier)
-                                           : Device::mapToDevice(otherIdentifier);
+  const Device other =
+      input.ConsumeBool() ? Device::unknown(otherIdentifier) : Device::mapToDevice(otherIdentifier);
   checkEquality(device, other);
   checkPredicates(other);
 

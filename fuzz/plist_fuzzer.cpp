@@ -52,7 +52,8 @@ bool sameValue(const platform::PropertyValue& lhs, const platform::PropertyValue
   if (const auto* date = std::get_if<platform::PropertyDate>(&lhs.value)) {
     return sameDate(*date, std::get<platform::PropertyDate>(rhs.value));
   }
-  if (const auto* dictionary = lhs.dictionary()) return sameDictionary(*dictionary, *rhs.dictionary());
+  if (const auto* dictionary = lhs.dictionary())
+    return sameDictionary(*dictionary, *rhs.dictionary());
   if (const auto* array = lhs.array()) return sameArray(*array, *rhs.array());
   return lhs == rhs;
 }
@@ -64,7 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::optional<platform::PropertyValue> parsed = platform::parsePropertyList(bytes);
   if (!parsed) return 0;
   // Values the encoder refuses (text that is not UTF-8, dates out of range) are not stored.
-  const std::optional<platform::Bytes> encoded = platform::detail::encodeBinaryPropertyList(*parsed);
+  const std::optional<platform::Bytes> encoded =
+      platform::detail::encodeBinaryPropertyList(*parsed);
   if (!encoded) return 0;
   const std::optional<platform::PropertyValue> reread = platform::parsePropertyList(
       std::string_view(reinterpret_cast<const char*>(encoded->data()), encoded->size()));

@@ -1,7 +1,5 @@
 // Fuzz target: a request's URL from an endpoint, a method, placeholder values and query parameters
 // over fixed stored base URLs (the kit reads its bases once per process, so they stay fixed here).
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -13,6 +11,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <fuzzer/FuzzedDataProvider.h>
 
 #include "platform/Url.h"
 #include "platform/testing/FakePlatform.h"
@@ -33,8 +33,8 @@ constexpr std::string_view kGatewayBase = "http://127.0.0.1:8080";
 constexpr std::string_view kGatewayHost = "127.0.0.1";
 
 constexpr APIEndpoint kEndpoints[] = {
-    APIEndpoint::getCampaign,     APIEndpoint::sendTracking,    APIEndpoint::sendAppTracking,
-    APIEndpoint::sendPollAnswers, APIEndpoint::registerInVqx,   APIEndpoint::unregisterInVqx,
+    APIEndpoint::getCampaign,     APIEndpoint::sendTracking,  APIEndpoint::sendAppTracking,
+    APIEndpoint::sendPollAnswers, APIEndpoint::registerInVqx, APIEndpoint::unregisterInVqx,
     APIEndpoint::vqxCallback,
 };
 constexpr HTTPMethod kMethods[] = {HTTPMethod::get, HTTPMethod::post, HTTPMethod::put,
@@ -181,9 +181,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     s.mainBundle = &stored.bundle;
     s.userDefaults = &stored.defaults;
   });
-  zelnora_core::ZAPreferencesUtil::saveApiConfig(
-      {"https://api.zelnora.example/config/{key}", std::string(kApiBase),
-       std::string(kGatewayBase)});
+  zelnora_core::ZAPreferencesUtil::saveApiConfig({"https://api.zelnora.example/config/{key}",
+                                                  std::string(kApiBase),
+                                                  std::string(kGatewayBase)});
   return 0;
 }
 
