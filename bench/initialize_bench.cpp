@@ -31,8 +31,7 @@ class DiscardingConsole final : public platform::Console {
 };
 
 std::string plistOfStrings(const std::vector<std::pair<std::string, std::string>>& entries) {
-  std::string xml =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n";
+  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n";
   for (const auto& [key, value] : entries) {
     xml += "\t<key>" + key + "</key>\n\t<string>" + value + "</string>\n";
   }
@@ -49,13 +48,10 @@ void prepareHostOnDisk() {
   std::filesystem::create_directories(root / "bundle");
   std::filesystem::create_directories(root / "data");
   const std::string base = "http://127.0.0.1:9";
-  std::ofstream(root / "bundle" / "ZelnoraAdsConfig.plist")
-      << plistOfStrings({{"INIT_CONFIG", base + "/config/{key}"},
-                         {"API_BASE_URL", base},
-                         {"VQX_BASE_URL", base}});
-  std::ofstream(root / "bundle" / "Info.plist")
-      << plistOfStrings({{"CFBundleIdentifier", "com.bench.app"},
-                         {"CFBundleShortVersionString", "1.0"}});
+  std::ofstream(root / "bundle" / "ZelnoraAdsConfig.plist") << plistOfStrings(
+      {{"INIT_CONFIG", base + "/config/{key}"}, {"API_BASE_URL", base}, {"VQX_BASE_URL", base}});
+  std::ofstream(root / "bundle" / "Info.plist") << plistOfStrings(
+      {{"CFBundleIdentifier", "com.bench.app"}, {"CFBundleShortVersionString", "1.0"}});
   ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
   platform::setMainBundleDirectory((root / "bundle").string());
 }

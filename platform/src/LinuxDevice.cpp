@@ -9,9 +9,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
-#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -93,7 +93,8 @@ std::optional<std::string> osReleaseValue(std::string_view text, std::string_vie
 std::optional<std::string> osReleaseValue(const std::string& file, std::string_view key) {
   std::ifstream stream(file, std::ios::binary);
   if (!stream) return std::nullopt;
-  const std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+  const std::string text((std::istreambuf_iterator<char>(stream)),
+                         std::istreambuf_iterator<char>());
   return osReleaseValue(std::string_view(text), key);
 }
 
@@ -106,8 +107,8 @@ class StatValidatedFile {
   std::optional<std::string> text() {
     struct stat info {};
     if (::stat(path_.c_str(), &info) != 0) return std::nullopt;
-    const Stamp stamp{info.st_dev,          info.st_ino,          info.st_size,
-                      info.st_mtim.tv_sec,  info.st_mtim.tv_nsec, info.st_ctim.tv_sec,
+    const Stamp stamp{info.st_dev,         info.st_ino,          info.st_size,
+                      info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ctim.tv_sec,
                       info.st_ctim.tv_nsec};
     std::lock_guard lock(mutex_);
     if (!text_ || stamp != stamp_) {
@@ -185,7 +186,9 @@ class BatteryLocator {
 class LinuxCurrentDevice final : public CurrentDevice {
  public:
   explicit LinuxCurrentDevice(LinuxDeviceFiles files)
-      : files_(std::move(files)), osRelease_(files_.osReleaseFile), batteries_(files_.sysDirectory) {}
+      : files_(std::move(files)),
+        osRelease_(files_.osReleaseFile),
+        batteries_(files_.sysDirectory) {}
 
   std::string name() override {
     char host[256] = {};

@@ -141,9 +141,8 @@ std::atomic<unsigned> forkGeneration{1};
 
 unsigned currentForkGeneration() {
   static std::once_flag registered;
-  std::call_once(registered, [] {
-    ::pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); });
-  });
+  std::call_once(registered,
+                 [] { ::pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); }); });
   return forkGeneration.load(std::memory_order_relaxed);
 }
 

@@ -94,8 +94,7 @@ class Writer {
     posix_spawn_file_actions_addclose(&actions, progress[0]);
     // The child's own test output would only clutter the log.
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    const int spawned =
-        ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv, envp.data());
+    const int spawned = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv, envp.data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(progress[1]);
     ASSERT_EQ(spawned, 0);
@@ -131,8 +130,8 @@ class Writer {
     std::int32_t index = 0;
     std::size_t got = 0;
     while (got < sizeof index) {
-      const ssize_t n = ::read(progressFd_, reinterpret_cast<char*>(&index) + got,
-                               sizeof index - got);
+      const ssize_t n =
+          ::read(progressFd_, reinterpret_cast<char*>(&index) + got, sizeof index - got);
       if (n <= 0) return false;
       got += static_cast<std::size_t>(n);
     }

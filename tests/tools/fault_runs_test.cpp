@@ -142,15 +142,13 @@ TEST(FaultRunTest, EveryReportCompletesExactlyOnceWhateverThePeerDoes) {
   const struct {
     const char* mode;
     bool answersSucceed;
-  } cases[] = {{"none", true},           {"reset", false},     {"close-mid-body", false},
-               {"stall", false},         {"garbage-status", false}, {"huge-body", true},
+  } cases[] = {{"none", true},     {"reset", false},          {"close-mid-body", false},
+               {"stall", false},   {"garbage-status", false}, {"huge-body", true},
                {"slow-drip", true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.mode);
-    std::vector<std::string> arguments = {"--reports", std::to_string(kReports), "--threads",
-                                          "2",         "--fault",
-                                          c.mode,      "--wait",
-                                          "60"};
+    std::vector<std::string> arguments = {
+        "--reports", std::to_string(kReports), "--threads", "2", "--fault", c.mode, "--wait", "60"};
     if (std::string(c.mode) == "stall") arguments.insert(arguments.end(), {"--timeout", "1"});
     const auto result = zelnora_tools_testing::runChild(loadProgram(), arguments);
     ASSERT_TRUE(result.exitedNormally) << result.standardError;

@@ -35,8 +35,8 @@ struct PhaseResult {
   // Tracking phase only: completions seen, requests completed exactly once, outcomes.
   std::size_t completions = 0;
   std::size_t completedExactlyOnce = 0;
-  std::size_t succeeded = 0;  // a 2xx response
-  std::size_t failed = 0;     // a transport error or another status
+  std::size_t succeeded = 0;                     // a 2xx response
+  std::size_t failed = 0;                        // a transport error or another status
   std::optional<std::size_t> receivedByService;  // absent with an external service
 
   double reportsPerSecond() const { return elapsedSeconds > 0 ? started / elapsedSeconds : 0; }

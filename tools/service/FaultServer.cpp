@@ -277,20 +277,14 @@ void FaultServer::serve(int fd) {
       case FaultMode::none:
         if (!peer.send(answerHead(kOkBody.size()) + kOkBody)) return;
         break;
-      case FaultMode::reset:
-        peer.resetConnection();
-        return;
+      case FaultMode::reset: peer.resetConnection(); return;
       case FaultMode::closeMidBody: {
         const std::string announced = kOkBody + std::string(kOkBody.size(), ' ');
         peer.send(answerHead(announced.size()) + announced.substr(0, announced.size() / 2));
         return;
       }
-      case FaultMode::stall:
-        peer.waitForClientToLeave();
-        return;
-      case FaultMode::garbageStatus:
-        peer.send("ZELNORA \x01\x02 NOT-HTTP\r\n\r\n");
-        return;
+      case FaultMode::stall: peer.waitForClientToLeave(); return;
+      case FaultMode::garbageStatus: peer.send("ZELNORA \x01\x02 NOT-HTTP\r\n\r\n"); return;
       case FaultMode::hugeBody: {
         if (!peer.send(answerHead(options_.hugeBodyBytes))) return;
         static const std::string chunk(64 * 1024, 'z');

@@ -67,7 +67,7 @@ class FaultServer {
   int listener_ = -1;
   int stopPipe_[2] = {-1, -1};
   std::thread acceptor_;
-  std::mutex mutex_;                                     // guards connections_
+  std::mutex mutex_;  // guards connections_
   std::list<std::unique_ptr<ConnectionThread>> connections_;
 };
 
