@@ -65,12 +65,16 @@ std::optional<PropertyValue> convertArray(plist_t node) {
   return PropertyValue(std::move(array));
 }
 
+// libplist's plist_get_string_val asserts (aborts the process) on a string holding a NUL byte, so
+// the string is read in place with its length; such a string makes the whole list unreadable, as
+// the writer refuses it too.
 std::optional<PropertyValue> convertString(plist_t node) {
-  char* raw = nullptr;
-  plist_get_string_val(node, &raw);
-  const std::unique_ptr<char, MallocFree> text(raw);
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
   if (text == nullptr) return std::nullopt;
-  return PropertyValue(std::string(text.get()));
+  std::string value(text, static_cast<std::size_t>(length));
+  if (value.find('\0') != std::string::npos) return std::nullopt;
+  return PropertyValue(std::move(value));
 }
 
 std::optional<PropertyValue> convertData(plist_t node) {

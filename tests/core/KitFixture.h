@@ -49,6 +49,18 @@ struct HostApp {
   platform::testing::FakeAdvertising advertising;
 };
 
+// A host app whose property list points at a live configuration server.
+struct ConfiguredHost {
+  explicit ConfiguredHost(bool realStore = false, std::string bundleIdentifier = "com.example.host")
+      : app(std::move(bundleIdentifier)) {
+    app.writeConfig(server.configTemplate());
+    guard = app.install(realStore);
+  }
+  ConfigServer server;
+  HostApp app;
+  std::unique_ptr<platform::testing::ScopedServices> guard;
+};
+
 inline zelnora_core::ZAConfig storedConfig(std::string nt, std::string nai,
                                            std::optional<bool> kill = std::nullopt) {
   return zelnora_core::ZAConfig{std::move(nt), std::move(nai), kill, std::nullopt};

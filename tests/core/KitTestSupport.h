@@ -107,6 +107,8 @@ class ConfigServer {
     server_.set_keep_alive_max_count(1);
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
+    // stop() before the accept loop runs would be lost and leave join() waiting forever.
+    while (!server_.is_running()) std::this_thread::yield();
   }
   ~ConfigServer() {
     server_.stop();

@@ -45,11 +45,10 @@ TEST(AcrossLaunches, KillSwitchPersistsUntilADebugStartUpLiftsIt) {
   // Launch 1: the service answers with the kill switch on; it is stored, not yet applied.
   KIT_IN_FRESH_PROCESS({
     container.useAsDataHome();
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host(true);
+    auto& server = host.server;
+    auto& app = host.app;
     server.answer("k", {200, R"({"nt":"a","nai":"b","k":true})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install(/*realStore=*/true);
     ZAManager::sharedInstance().initialize("k");
     ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
     EXPECT_TRUE(ZAManager::sharedInstance().isInitialized());
@@ -59,10 +58,9 @@ TEST(AcrossLaunches, KillSwitchPersistsUntilADebugStartUpLiftsIt) {
   for (int launch = 0; launch < 2; ++launch) {
     KIT_IN_FRESH_PROCESS({
       container.useAsDataHome();
-      kit_test::ConfigServer server;
-      kit_test::HostApp app;
-      app.writeConfig(server.configTemplate());
-      auto guard = app.install(true);
+      kit_test::ConfiguredHost host(true);
+      auto& server = host.server;
+      auto& app = host.app;
       ZAManager::sharedInstance().initialize("k");
       ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
       EXPECT_TRUE(ZAManager::sharedInstance().isDisabled());
@@ -73,11 +71,9 @@ TEST(AcrossLaunches, KillSwitchPersistsUntilADebugStartUpLiftsIt) {
   // Launch 4 in debug mode: the stored record is removed and a fresh one fetched.
   KIT_IN_FRESH_PROCESS({
     container.useAsDataHome();
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host(true);
+    auto& server = host.server;
     server.answer("k", {200, R"({"nt":"a","nai":"b"})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install(true);
     ZAManager::sharedInstance().initialize("k", true);
     ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
     EXPECT_FALSE(ZAManager::sharedInstance().isDisabled());
@@ -120,11 +116,9 @@ TEST(AcrossProcesses, ExtensionReadsWhatTheHostStored) {
 
 TEST(ManagerConcurrency, EveryPublicOperationFromSeveralThreadsAtOnce) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
     server.answer("k", {200, R"({"nt":"a","nai":"b"})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     auto& kit = ZAManager::sharedInstance();
     std::atomic<int> callbacks{0};
     std::vector<std::thread> threads;

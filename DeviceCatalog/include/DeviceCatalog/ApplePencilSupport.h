@@ -1,15 +1,17 @@
-// Which Apple Pencil generations a model works with: a set of options over an unsigned raw value
-// (first generation 1, second generation 2) with the usual set operations.
+/// \file
+/// Which Apple Pencil generations a model works with: a set of options over an unsigned raw value
+/// (first generation 1, second generation 2) with the usual set operations.
 #pragma once
 
 #include <cstddef>
 #include <initializer_list>
 #include <optional>
 #include <utility>
+#include "DeviceCatalog/export.h"
 
 namespace DeviceCatalog {
 
-class ApplePencilSupport {
+class ZELNORA_DEVICECATALOG_EXPORT ApplePencilSupport {
  public:
   using RawValue = std::size_t;
 
@@ -52,20 +54,20 @@ class ApplePencilSupport {
   constexpr void formSymmetricDifference(ApplePencilSupport other) { rawValue_ ^= other.rawValue_; }
   constexpr void subtract(ApplePencilSupport other) { rawValue_ &= ~other.rawValue_; }
 
-  // Adds `member`; answers whether it was absent before, and the member now in the set.
+  /// Adds `member`; answers whether it was absent before, and the member now in the set.
   constexpr std::pair<bool, ApplePencilSupport> insert(ApplePencilSupport member) {
     const bool wasAbsent = !contains(member);
     formUnion(member);
     return {wasAbsent, member};
   }
-  // Removes `member`; answers the part of it that was in the set, absent when none was.
+  /// Removes `member`; answers the part of it that was in the set, absent when none was.
   constexpr std::optional<ApplePencilSupport> remove(ApplePencilSupport member) {
     const ApplePencilSupport removed = intersection(member);
     subtract(member);
     if (removed.isEmpty()) return std::nullopt;
     return removed;
   }
-  // Adds `member`; answers the part of it that was already in the set, absent when none was.
+  /// Adds `member`; answers the part of it that was already in the set, absent when none was.
   constexpr std::optional<ApplePencilSupport> update(ApplePencilSupport member) {
     const ApplePencilSupport present = intersection(member);
     formUnion(member);

@@ -1,17 +1,19 @@
-// The processor families of the known device models, ordered from the oldest to the newest, with
-// `unknown` (a model the catalog does not know) after all of them.
+/// \file
+/// The processor families of the known device models, ordered from the oldest to the newest, with
+/// `unknown` (a model the catalog does not know) after all of them.
 #pragma once
 
 #include <compare>
 #include <cstddef>
 #include <functional>
 #include <string_view>
+#include "DeviceCatalog/export.h"
 
 namespace DeviceCatalog {
 
-class CPU {
+class ZELNORA_DEVICECATALOG_EXPORT CPU {
  public:
-  // The cases in their order; `<` compares positions in this list.
+  /// The cases in their order; `<` compares positions in this list.
   enum Value : unsigned char {
     a4,
     a5,
@@ -39,12 +41,12 @@ class CPU {
     unknown,
   };
 
-  // Implicit, so that `cpu == CPU::a17Pro` and `CPU cpu = CPU::m1;` read naturally.
+  /// Implicit, so that `cpu == CPU::a17Pro` and `CPU cpu = CPU::m1;` read naturally.
   constexpr CPU(Value value) : value_(value) {}  // NOLINT(google-explicit-constructor)
 
   constexpr Value value() const { return value_; }
 
-  // The marketing name, e.g. "A10X Fusion"; "unknown" for `unknown`.
+  /// The marketing name, e.g. "A10X Fusion"; "unknown" for `unknown`.
   std::string_view description() const;
 
   friend constexpr bool operator==(CPU, CPU) = default;

@@ -1,5 +1,6 @@
-// The 75 device model cases of the catalog, in catalog order (pods, phones, pads, then homePod).
-// DEVICECATALOG_FOR_EACH_MODEL(X) expands X(caseName) once per case, in that order.
+/// \file
+/// The 75 device model cases of the catalog, in catalog order (pods, phones, pads, then homePod).
+/// DEVICECATALOG_FOR_EACH_MODEL(X) expands X(caseName) once per case, in that order.
 #pragma once
 
 #define DEVICECATALOG_FOR_EACH_MODEL(X) \

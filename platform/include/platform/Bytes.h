@@ -1,10 +1,12 @@
-// Byte buffers: request and response bodies, stored JSON, property-list data.
+/// \file
+/// Byte buffers: request and response bodies, stored JSON, property-list data.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+#include "platform/export.h"
 
 namespace platform {
 
@@ -14,7 +16,7 @@ inline Bytes toBytes(std::string_view text) { return Bytes(text.begin(), text.en
 
 inline std::string toString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
 
-// True when `bytes` is well-formed UTF-8 (no overlongs, no surrogates, nothing above U+10FFFF).
-bool isValidUtf8(std::string_view bytes);
+/// True when `bytes` is well-formed UTF-8 (no overlongs, no surrogates, nothing above U+10FFFF).
+ZELNORA_PLATFORM_EXPORT bool isValidUtf8(std::string_view bytes);
 
 }  // namespace platform

@@ -1,27 +1,29 @@
-// Standard output and the fatal-error path.
+/// \file
+/// Standard output and the fatal-error path.
 #pragma once
 
 #include <string_view>
+#include "platform/export.h"
 
 namespace platform {
 
-class Console {
+class ZELNORA_PLATFORM_EXPORT Console {
  public:
   virtual ~Console() = default;
   Console() = default;
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
-  // Writes `text` to standard output as one piece (one write call), so that pieces written by
-  // concurrent threads interleave only between pieces. Any thread. Never fails visibly.
+  /// Writes `text` to standard output as one piece (one write call), so that pieces written by
+  /// concurrent threads interleave only between pieces. Any thread. Never fails visibly.
   virtual void write(std::string_view text) = 0;
 };
 
-// Writes `line` followed by one line feed as a single piece through the current console.
-void printLine(std::string_view line);
+/// Writes `line` followed by one line feed as a single piece through the current console.
+ZELNORA_PLATFORM_EXPORT void printLine(std::string_view line);
 
-// Ends the process: writes "Fatal error: " + message + line feed to standard error, then aborts.
-// It cannot be caught or intercepted (no fake replaces it); tests use death tests.
-[[noreturn]] void fatalError(std::string_view message);
+/// Ends the process: writes "Fatal error: " + message + line feed to standard error, then aborts.
+/// It cannot be caught or intercepted (no fake replaces it); tests use death tests.
+[[noreturn]] ZELNORA_PLATFORM_EXPORT void fatalError(std::string_view message);
 
 }  // namespace platform

@@ -1,16 +1,18 @@
-// Error values with a domain and a code, as the phone's NSError carries them.
+/// \file
+/// Error values with a domain and a code, as the phone's NSError carries them.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include "platform/export.h"
 
 namespace platform {
 
-// Domain of errors raised by the HTTP transport (the phone's NSURLErrorDomain).
+/// Domain of errors raised by the HTTP transport (the phone's NSURLErrorDomain).
 inline constexpr const char* kURLErrorDomain = "NSURLErrorDomain";
 
-// Codes of the transport errors, with the phone's values.
+/// Codes of the transport errors, with the phone's values.
 enum URLErrorCode : std::int64_t {
   kURLErrorUnknown = -1,
   kURLErrorCancelled = -999,
@@ -26,15 +28,15 @@ enum URLErrorCode : std::int64_t {
   kURLErrorServerCertificateUntrusted = -1202,
 };
 
-struct Error {
+struct ZELNORA_PLATFORM_EXPORT Error {
   std::string domain;
   std::int64_t code = 0;
-  // Set for errors that come with their own text (transport errors); absent for errors that carry
-  // only a domain and a code, whose description is then derived from those two.
+  /// Set for errors that come with their own text (transport errors); absent for errors that carry
+  /// only a domain and a code, whose description is then derived from those two.
   std::optional<std::string> description;
 
-  // The human-readable text: `description` when set, otherwise the phone's generic wording
-  // "The operation couldn’t be completed. (<domain> error <code>.)" (with U+2019).
+  /// The human-readable text: `description` when set, otherwise the phone's generic wording
+  /// "The operation couldn’t be completed. (<domain> error <code>.)" (with U+2019).
   std::string localizedDescription() const;
 
   bool operator==(const Error&) const = default;

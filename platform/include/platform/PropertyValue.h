@@ -1,5 +1,6 @@
-// Typed values as property lists and the user-defaults suite hold them: text, data, dictionaries,
-// arrays, numbers, Booleans and dates. Text and data are different types: a string is never bytes.
+/// \file
+/// Typed values as property lists and the user-defaults suite hold them: text, data, dictionaries,
+/// arrays, numbers, Booleans and dates. Text and data are different types: a string is never bytes.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "platform/Bytes.h"
+#include "platform/export.h"
 
 namespace platform {
 
@@ -17,13 +19,13 @@ struct PropertyValue;
 using PropertyDictionary = std::map<std::string, PropertyValue>;
 using PropertyArray = std::vector<PropertyValue>;
 
-// Seconds since 2001-01-01 00:00:00 UTC, as property lists store dates.
-struct PropertyDate {
+/// Seconds since 2001-01-01 00:00:00 UTC, as property lists store dates.
+struct ZELNORA_PLATFORM_EXPORT PropertyDate {
   double secondsSinceReferenceDate = 0;
   bool operator==(const PropertyDate&) const = default;
 };
 
-struct PropertyValue {
+struct ZELNORA_PLATFORM_EXPORT PropertyValue {
   using Variant = std::variant<std::string, Bytes, PropertyDictionary, PropertyArray, std::int64_t,
                                double, bool, PropertyDate>;
   Variant value;
@@ -42,9 +44,9 @@ struct PropertyValue {
   bool operator==(const PropertyValue&) const = default;
 };
 
-// A dictionary whose values are all text, as headers are stored; absent when any value is not text.
-std::optional<std::map<std::string, std::string>> asStringDictionary(const PropertyValue& value);
+/// A dictionary whose values are all text, as headers are stored; absent when any value is not text.
+ZELNORA_PLATFORM_EXPORT std::optional<std::map<std::string, std::string>> asStringDictionary(const PropertyValue& value);
 
-PropertyValue makeStringDictionary(const std::map<std::string, std::string>& map);
+ZELNORA_PLATFORM_EXPORT PropertyValue makeStringDictionary(const std::map<std::string, std::string>& map);
 
 }  // namespace platform

@@ -1,4 +1,5 @@
-// The platform services the kit uses, and the one place that hands out the current provider of each.
+/// \file
+/// The platform services the kit uses, and the one place that hands out the current provider of each.
 #pragma once
 
 #include <memory>
@@ -9,71 +10,72 @@
 #include "platform/PropertyListReader.h"
 #include "platform/UrlSession.h"
 #include "platform/UserDefaults.h"
+#include "platform/export.h"
 
 namespace platform {
 
-// CoreTelephony: cellular providers, in the platform's own order.
-struct Carrier {
+/// CoreTelephony: cellular providers, in the platform's own order.
+struct ZELNORA_PLATFORM_EXPORT Carrier {
   std::optional<std::string> carrierName;
 };
-class Telephony {
+class ZELNORA_PLATFORM_EXPORT Telephony {
  public:
   virtual ~Telephony() = default;
   Telephony() = default;
   Telephony(const Telephony&) = delete;
   Telephony& operator=(const Telephony&) = delete;
-  // Service identifier -> carrier; absent when the device has no provider map.
+  /// Service identifier -> carrier; absent when the device has no provider map.
   virtual std::optional<std::vector<std::pair<std::string, Carrier>>> serviceSubscriberCellularProviders() = 0;
 };
 
-// CoreLocation.
-struct Coordinate {
+/// CoreLocation.
+struct ZELNORA_PLATFORM_EXPORT Coordinate {
   double latitude = 0, longitude = 0;
 };
-class LocationManager {
+class ZELNORA_PLATFORM_EXPORT LocationManager {
  public:
   virtual ~LocationManager() = default;
   LocationManager() = default;
   LocationManager(const LocationManager&) = delete;
   LocationManager& operator=(const LocationManager&) = delete;
   virtual void requestAlwaysAuthorization() = 0;
-  // The last known fix, absent when there is none.
+  /// The last known fix, absent when there is none.
   virtual std::optional<Coordinate> location() = 0;
 };
-class LocationServices {
+class ZELNORA_PLATFORM_EXPORT LocationServices {
  public:
   virtual ~LocationServices() = default;
   LocationServices() = default;
   LocationServices(const LocationServices&) = delete;
   LocationServices& operator=(const LocationServices&) = delete;
-  // A new location manager (the phone's plain initialiser).
+  /// A new location manager (the phone's plain initialiser).
   virtual std::unique_ptr<LocationManager> makeLocationManager() = 0;
 };
 
-// AdSupport.
-class AdvertisingIdentifierManager {
+/// AdSupport.
+class ZELNORA_PLATFORM_EXPORT AdvertisingIdentifierManager {
  public:
   virtual ~AdvertisingIdentifierManager() = default;
   AdvertisingIdentifierManager() = default;
   AdvertisingIdentifierManager(const AdvertisingIdentifierManager&) = delete;
   AdvertisingIdentifierManager& operator=(const AdvertisingIdentifierManager&) = delete;
   virtual bool isAdvertisingTrackingEnabled() = 0;
-  // Canonical UUID text (upper-case hex, 8-4-4-4-12).
+  /// Canonical UUID text (upper-case hex, 8-4-4-4-12).
   virtual std::string advertisingIdentifier() = 0;
 };
 
-class Clock {
+class ZELNORA_PLATFORM_EXPORT Clock {
  public:
   virtual ~Clock() = default;
   Clock() = default;
   Clock(const Clock&) = delete;
   Clock& operator=(const Clock&) = delete;
-  // Seconds since 1970-01-01 00:00:00 UTC.
+  /// Seconds since 1970-01-01 00:00:00 UTC.
   virtual double timeIntervalSince1970() = 0;
 };
 
-// One provider per service. The pointers are never null and the providers live for the process.
-struct Services {
+/// One provider per service. The pointers are never null and the providers live for the process.
+struct ZELNORA_PLATFORM_EXPORT Services {
   Console* console;
   MainBundle* mainBundle;
   KitBundle* kitBundle;
@@ -90,10 +92,10 @@ struct Services {
   Clock* clock;
 };
 
-// The providers in force: the defaults, or what a test installed. Any thread.
-const Services& services();
-// The Linux providers, created on first use.
-const Services& defaultServices();
+/// The providers in force: the defaults, or what a test installed. Any thread.
+ZELNORA_PLATFORM_EXPORT const Services& services();
+/// The Linux providers, created on first use.
+ZELNORA_PLATFORM_EXPORT const Services& defaultServices();
 
 inline Console& console() { return *services().console; }
 inline MainBundle& mainBundle() { return *services().mainBundle; }
@@ -111,9 +113,9 @@ inline AdvertisingIdentifierManager& advertisingIdentifierManager() { return *se
 inline Clock& clock() { return *services().clock; }
 
 namespace internal {
-// Installs `services` (owned by the caller, alive until replaced) or, with null, the defaults.
-// Used only by the testing seam (platform/testing/ScopedServices.h).
-void installServices(const Services* services);
+/// Installs `services` (owned by the caller, alive until replaced) or, with null, the defaults.
+/// Used only by the testing seam (platform/testing/ScopedServices.h).
+ZELNORA_PLATFORM_EXPORT void installServices(const Services* services);
 }  // namespace internal
 
 }  // namespace platform

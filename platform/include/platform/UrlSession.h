@@ -1,4 +1,5 @@
-// HTTP requests and the process-wide URL session (libcurl multi on one background thread).
+/// \file
+/// HTTP requests and the process-wide URL session (libcurl multi on one background thread).
 #pragma once
 
 #include <chrono>
@@ -12,15 +13,16 @@
 #include "platform/Bytes.h"
 #include "platform/Error.h"
 #include "platform/Url.h"
+#include "platform/export.h"
 
 namespace platform {
 
-// Header fields in the order they were first added. Names compare without regard to case.
-class HeaderFields {
+/// Header fields in the order they were first added. Names compare without regard to case.
+class ZELNORA_PLATFORM_EXPORT HeaderFields {
  public:
-  // Appends `value` to the field's existing value after a comma ("a,b"), or adds the field.
+  /// Appends `value` to the field's existing value after a comma ("a,b"), or adds the field.
   void addValue(std::string_view value, std::string_view field);
-  // Replaces the field's value, or adds the field.
+  /// Replaces the field's value, or adds the field.
   void setValue(std::string_view value, std::string_view field);
   std::optional<std::string> value(std::string_view field) const;
   const std::vector<std::pair<std::string, std::string>>& fields() const { return fields_; }
@@ -32,7 +34,7 @@ class HeaderFields {
 
 enum class CachePolicy { useProtocolCachePolicy = 0, reloadIgnoringLocalCacheData = 1 };
 
-struct URLRequest {
+struct ZELNORA_PLATFORM_EXPORT URLRequest {
   explicit URLRequest(Url u, CachePolicy policy = CachePolicy::useProtocolCachePolicy,
                       std::chrono::duration<double> timeout = std::chrono::seconds(60))
       : url(std::move(u)), cachePolicy(policy), timeoutInterval(timeout) {}
@@ -49,43 +51,43 @@ struct URLRequest {
   }
 };
 
-// What a completed exchange answered. `statusCode` is present only for HTTP responses.
-struct URLResponse {
+/// What a completed exchange answered. `statusCode` is present only for HTTP responses.
+struct ZELNORA_PLATFORM_EXPORT URLResponse {
   std::string url;
   std::optional<int> statusCode;
   std::vector<std::pair<std::string, std::string>> headerFields;
 };
 
-struct HTTPURLResponse {
+struct ZELNORA_PLATFORM_EXPORT HTTPURLResponse {
   int statusCode = 0;
   std::string url;
-  // Response header fields in arrival order; a repeated field joined with ", ".
+  /// Response header fields in arrival order; a repeated field joined with ", ".
   std::vector<std::pair<std::string, std::string>> allHeaderFields;
 };
 
-// The HTTP view of a response; absent when the response is not an HTTP response.
-std::optional<HTTPURLResponse> asHTTPURLResponse(const std::optional<URLResponse>& response);
+/// The HTTP view of a response; absent when the response is not an HTTP response.
+ZELNORA_PLATFORM_EXPORT std::optional<HTTPURLResponse> asHTTPURLResponse(const std::optional<URLResponse>& response);
 
 using DataTaskCompletion = std::function<void(std::optional<Bytes> body,
                                               std::optional<URLResponse> response,
                                               std::optional<Error> error)>;
 
-class URLSession {
+class ZELNORA_PLATFORM_EXPORT URLSession {
  public:
   virtual ~URLSession() = default;
   URLSession() = default;
   URLSession(const URLSession&) = delete;
   URLSession& operator=(const URLSession&) = delete;
 
-  // Starts the exchange at once ("resume"). Any thread; never blocks on the network.
-  // `completion` runs exactly once, on the session's background thread, never on the caller's:
-  // (body, response, no error) when an answer arrived (an empty body is a body), or
-  // (no body, no response, transport error). A header field whose name or value holds CR, LF or
-  // NUL is not sent (the request goes out without it).
+  /// Starts the exchange at once ("resume"). Any thread; never blocks on the network.
+  /// `completion` runs exactly once, on the session's background thread, never on the caller's:
+  /// (body, response, no error) when an answer arrived (an empty body is a body), or
+  /// (no body, no response, transport error). A header field whose name or value holds CR, LF or
+  /// NUL is not sent (the request goes out without it).
   virtual void dataTask(URLRequest request, DataTaskCompletion completion) = 0;
 
-  // Waits until every task started before the call has completed (its completion has returned),
-  // or until `limit` passes. True when idle. For hosts and tests; the kit never waits.
+  /// Waits until every task started before the call has completed (its completion has returned),
+  /// or until `limit` passes. True when idle. For hosts and tests; the kit never waits.
   virtual bool waitUntilIdle(std::chrono::milliseconds limit) = 0;
 };
 

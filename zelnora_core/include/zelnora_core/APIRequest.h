@@ -1,4 +1,5 @@
-// The request vocabulary of the service's API: methods, endpoints and the immutable request record.
+/// \file
+/// The request vocabulary of the service's API: methods, endpoints and the immutable request record.
 #pragma once
 
 #include <cstdint>
@@ -10,14 +11,15 @@
 
 #include "platform/Bytes.h"
 #include "platform/Url.h"
+#include "zelnora_core/export.h"
 
 namespace zelnora_core {
 
 enum class HTTPMethod { get, post, put, delete_ };
 
-std::string_view rawValue(HTTPMethod method);
-// Exact, case-sensitive match of "GET", "POST", "PUT", "DELETE".
-std::optional<HTTPMethod> httpMethodFromRawValue(std::string_view raw);
+ZELNORA_CORE_EXPORT std::string_view rawValue(HTTPMethod method);
+/// Exact, case-sensitive match of "GET", "POST", "PUT", "DELETE".
+ZELNORA_CORE_EXPORT std::optional<HTTPMethod> httpMethodFromRawValue(std::string_view raw);
 
 enum class APIEndpoint {
   getCampaign,
@@ -29,18 +31,18 @@ enum class APIEndpoint {
   vqxCallback,
 };
 
-// The endpoint's path relative to its base URL ("/tracker/app").
-std::string_view rawValue(APIEndpoint endpoint);
-std::optional<APIEndpoint> apiEndpointFromRawValue(std::string_view raw);
-// The base URL (read once per process from the stored host-bundle configuration) + raw path.
-// While no configuration is stored nothing is cached and the text is the bare raw path, which
-// forms no URL; the first configuration stored later is the one the process keeps.
-std::string urlString(APIEndpoint endpoint);
+/// The endpoint's path relative to its base URL ("/tracker/app").
+ZELNORA_CORE_EXPORT std::string_view rawValue(APIEndpoint endpoint);
+ZELNORA_CORE_EXPORT std::optional<APIEndpoint> apiEndpointFromRawValue(std::string_view raw);
+/// The base URL (read once per process from the stored host-bundle configuration) + raw path.
+/// While no configuration is stored nothing is cached and the text is the bare raw path, which
+/// forms no URL; the first configuration stored later is the one the process keeps.
+ZELNORA_CORE_EXPORT std::string urlString(APIEndpoint endpoint);
 
-// A query parameter's value; sent as its textual form.
+/// A query parameter's value; sent as its textual form.
 using ParameterValue = std::variant<std::string, std::int64_t, bool, double>;
 
-class APIRequest {
+class ZELNORA_CORE_EXPORT APIRequest {
  public:
   APIRequest(APIEndpoint endpoint, HTTPMethod method,
              std::optional<std::map<std::string, std::string>> path,
@@ -57,7 +59,7 @@ class APIRequest {
   const std::optional<std::map<std::string, std::string>>& headers() const { return headers_; }
   const std::optional<platform::Bytes>& body() const { return body_; }
 
-  // The absolute URL to call; absent when none can be formed ("Invalid URL").
+  /// The absolute URL to call; absent when none can be formed ("Invalid URL").
   std::optional<platform::Url> url() const;
 
  private:

@@ -1,12 +1,14 @@
-// Turns a report into the request record for the app-tracking endpoint.
+/// \file
+/// Turns a report into the request record for the app-tracking endpoint.
 #pragma once
 
 #include "zelnora_core/APIRequest.h"
 #include "zelnora_core/ZAReportRequest.h"
+#include "zelnora_core/export.h"
 
 namespace zelnora_core {
 
-class ZACoreApiFactory {
+class ZELNORA_CORE_EXPORT ZACoreApiFactory {
  public:
   static APIRequest sendAppTrackerRequest(const ZAReportRequest& contextInfo);
 };

@@ -1,5 +1,6 @@
-// The kit's public entry point: start-up with the application key, state, user id, custom headers
-// and the location permission request.
+/// \file
+/// The kit's public entry point: start-up with the application key, state, user id, custom headers
+/// and the location permission request.
 #pragma once
 
 #include <atomic>
@@ -12,6 +13,7 @@
 
 #include "platform/Bytes.h"
 #include "platform/UrlSession.h"
+#include "zelnora_core/export.h"
 
 namespace platform {
 class LocationManager;
@@ -19,17 +21,17 @@ class LocationManager;
 
 namespace zelnora_core {
 
-class ZAManager {
+class ZELNORA_CORE_EXPORT ZAManager {
  public:
-  // The one instance (the same object as `data`). Any thread may touch it first.
+  /// The one instance (the same object as `data`). Any thread may touch it first.
   static ZAManager& sharedInstance();
 
   ZAManager(const ZAManager&) = delete;
   ZAManager& operator=(const ZAManager&) = delete;
 
-  // Starts the kit: loads the host-bundle configuration (ends the process when it is missing or
-  // incomplete), honours the stored kill switch, and fetches a fresh remote configuration in the
-  // background. `initCompleteCallback` runs once, on the network thread, after a successful fetch.
+  /// Starts the kit: loads the host-bundle configuration (ends the process when it is missing or
+  /// incomplete), honours the stored kill switch, and fetches a fresh remote configuration in the
+  /// background. `initCompleteCallback` runs once, on the network thread, after a successful fetch.
   void initialize(const std::string& appKey, std::optional<bool> debugMode = std::nullopt,
                   std::function<void()> initCompleteCallback = nullptr);
 
@@ -37,11 +39,11 @@ class ZAManager {
   bool isDebugMode() const;
   bool isDisabled() const;
 
-  // Needs an initialised kit; otherwise prints "Sdk was not initialized".
+  /// Needs an initialised kit; otherwise prints "Sdk was not initialized".
   void setUserId(const std::string& userId);
-  // Stores the headers sent with every API request, in any state.
+  /// Stores the headers sent with every API request, in any state.
   void setCustomHeaders(const std::map<std::string, std::string>& headers);
-  // Needs an initialised kit; asks for location authorisation at all times.
+  /// Needs an initialised kit; asks for location authorisation at all times.
   void requestPermission();
 
  private:
@@ -55,12 +57,12 @@ class ZAManager {
   std::atomic<bool> initialized_{false};
   std::atomic<bool> sdkDisabled_{false};
   std::atomic<bool> debugMode_{false};
-  mutable std::mutex mutex_;  // guards applicationKey_ and locationManager_
+  mutable std::mutex mutex_;  ///< guards applicationKey_ and locationManager_
   std::optional<std::string> applicationKey_;
   std::unique_ptr<platform::LocationManager> locationManager_;
 };
 
-// The module-level constant holding the one instance.
-extern ZAManager& data;
+/// The module-level constant holding the one instance.
+extern ZELNORA_CORE_EXPORT ZAManager& data;
 
 }  // namespace zelnora_core

@@ -1,6 +1,7 @@
-// The application-group preferences suite shared by the host application and its notification
-// service extension. The only code that touches the suite. Every operation may be called from any
-// thread; none throws: a failed read is absent, a failed write does nothing.
+/// \file
+/// The application-group preferences suite shared by the host application and its notification
+/// service extension. The only code that touches the suite. Every operation may be called from any
+/// thread; none throws: a failed read is absent, a failed write does nothing.
 #pragma once
 
 #include <map>
@@ -10,15 +11,16 @@
 #include "zelnora_core/ZAConfig.h"
 #include "zelnora_core/ZAPIConfig.h"
 #include "zelnora_core/ZAUserDataCache.h"
+#include "zelnora_core/export.h"
 
 namespace zelnora_core {
 
-class ZAPreferencesUtil {
+class ZELNORA_CORE_EXPORT ZAPreferencesUtil {
  public:
   ZAPreferencesUtil() = delete;
 
-  // "group." + main bundle identifier without ".ZelnoraAdsNotificationService" + ".za", computed
-  // once per process.
+  /// "group." + main bundle identifier without ".ZelnoraAdsNotificationService" + ".za", computed
+  /// once per process.
   static const std::string& appGroupSuiteName();
 
   static void saveConfig(const ZAConfig& config);
@@ -28,8 +30,8 @@ class ZAPreferencesUtil {
   static void saveApiConfig(const ZAPIConfig& apiConfig);
   static std::optional<ZAPIConfig> getApiConfig();
 
-  // Stores the user id with the advertising identifier (prints "Error getting adId" when tracking
-  // is off, and stores the record without it).
+  /// Stores the user id with the advertising identifier (prints "Error getting adId" when tracking
+  /// is off, and stores the record without it).
   static void saveUserData(const std::string& userId);
   static std::optional<ZAUserDataCache> getUserData();
 

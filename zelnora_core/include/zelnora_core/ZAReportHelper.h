@@ -1,17 +1,19 @@
-// Engagement reports and the device information map they carry.
+/// \file
+/// Engagement reports and the device information map they carry.
 #pragma once
 
 #include <map>
 #include <optional>
 #include <string>
+#include "zelnora_core/export.h"
 
 namespace zelnora_core {
 
-class ZAReportHelper {
+class ZELNORA_CORE_EXPORT ZAReportHelper {
  public:
-  // Up to seventeen device, application and kit facts, read afresh on every call.
+  /// Up to seventeen device, application and kit facts, read afresh on every call.
   static std::map<std::string, std::string> getDeviceInfoMap();
-  // Posts one report; returns at once. A failed exchange prints its error's description.
+  /// Posts one report; returns at once. A failed exchange prints its error's description.
   static void sendReport(std::optional<std::string> event = std::nullopt,
                          std::optional<std::string> campaignUuid = std::nullopt,
                          std::optional<std::string> userKeyType = std::nullopt);

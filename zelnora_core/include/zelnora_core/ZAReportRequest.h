@@ -1,4 +1,5 @@
-// The body of a report: {"events":[{...}]}.
+/// \file
+/// The body of a report: {"events":[{...}]}.
 #pragma once
 
 #include <map>
@@ -7,10 +8,11 @@
 #include <vector>
 
 #include "platform/Bytes.h"
+#include "zelnora_core/export.h"
 
 namespace zelnora_core {
 
-struct ZAReportRequest {
+struct ZELNORA_CORE_EXPORT ZAReportRequest {
   std::vector<std::map<std::string, std::string>> events;
 
   platform::Bytes toJson() const;
