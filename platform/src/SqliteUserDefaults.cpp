@@ -7,11 +7,13 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sqlite3.h>
@@ -128,7 +130,16 @@ sqlite3* openDatabase(const std::string& path) {
       "PRAGMA journal_mode=WAL;"
       "PRAGMA synchronous=NORMAL;"
       "CREATE TABLE IF NOT EXISTS entries (key TEXT PRIMARY KEY, value BLOB);";
-  if (sqlite3_exec(db, setup, nullptr, nullptr, nullptr) != SQLITE_OK) {
+  // Switching to WAL and WAL recovery after another process was killed can answer SQLITE_BUSY
+  // without going through the busy handler: retry for as long as the busy time-out would wait.
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMilliseconds);
+  int result = sqlite3_exec(db, setup, nullptr, nullptr, nullptr);
+  while ((result & 0xff) == SQLITE_BUSY && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    result = sqlite3_exec(db, setup, nullptr, nullptr, nullptr);
+  }
+  if (result != SQLITE_OK) {
     sqlite3_close_v2(db);
     return nullptr;
   }
