@@ -5,19 +5,19 @@
 
 namespace platform::linux_provider {
 
-Console& standardOutput();                      // Console.cpp
-MainBundle& mainBundle();                       // LinuxBundle.cpp
-KitBundle& kitBundle();                         // LinuxBundle.cpp
-PropertyListReader& propertyListReader();       // PlistReader.cpp (libplist)
-UserDefaultsStore& userDefaultsStore();         // SqliteUserDefaults.cpp (SQLite)
-URLSession& urlSession();                       // CurlUrlSession.cpp (libcurl multi)
-CurrentDevice& currentDevice();                 // LinuxDevice.cpp
-MainScreen& mainScreen();                       // LinuxDevice.cpp
-ProcessInfo& processInfo();                     // LinuxDevice.cpp
-SystemInfo& systemInfo();                       // LinuxDevice.cpp
-Telephony& telephony();                         // SimulatedSettings.cpp
-LocationServices& locationServices();           // SimulatedSettings.cpp
-AdvertisingIdentifierManager& advertising();    // SimulatedSettings.cpp
-Clock& systemClock();                           // SimulatedSettings.cpp
+Console& standardOutput();                    // Console.cpp
+MainBundle& mainBundle();                     // LinuxBundle.cpp
+KitBundle& kitBundle();                       // LinuxBundle.cpp
+PropertyListReader& propertyListReader();     // PlistReader.cpp (libplist)
+UserDefaultsStore& userDefaultsStore();       // SqliteUserDefaults.cpp (SQLite)
+URLSession& urlSession();                     // CurlUrlSession.cpp (libcurl multi)
+CurrentDevice& currentDevice();               // LinuxDevice.cpp
+MainScreen& mainScreen();                     // LinuxDevice.cpp
+ProcessInfo& processInfo();                   // LinuxDevice.cpp
+SystemInfo& systemInfo();                     // LinuxDevice.cpp
+Telephony& telephony();                       // SimulatedSettings.cpp
+LocationServices& locationServices();         // SimulatedSettings.cpp
+AdvertisingIdentifierManager& advertising();  // SimulatedSettings.cpp
+Clock& systemClock();                         // SimulatedSettings.cpp
 
 }  // namespace platform::linux_provider

@@ -48,15 +48,20 @@ inline void writeFile(const std::filesystem::path& path, std::string_view conten
 inline std::string xmlEscape(std::string_view text) {
   std::string out;
   for (char c : text) {
-    if (c == '&') out += "&amp;";
-    else if (c == '<') out += "&lt;";
-    else if (c == '>') out += "&gt;";
-    else out += c;
+    if (c == '&')
+      out += "&amp;";
+    else if (c == '<')
+      out += "&lt;";
+    else if (c == '>')
+      out += "&gt;";
+    else
+      out += c;
   }
   return out;
 }
 
-// An XML property list whose root dictionary holds `entries` (raw XML values, e.g. "<string>x</string>").
+// An XML property list whose root dictionary holds `entries` (raw XML values, e.g.
+// "<string>x</string>").
 inline std::string xmlPlist(const std::map<std::string, std::string>& entries) {
   std::string xml =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -75,10 +80,9 @@ inline std::string plistString(std::string_view text) {
 // Writes ZelnoraAdsConfig.plist with the three service addresses into `dir`.
 inline void writeHostConfig(const std::filesystem::path& dir, const std::string& initConfig,
                             const std::string& apiBase, const std::string& vqxBase) {
-  writeFile(dir / "ZelnoraAdsConfig.plist",
-            xmlPlist({{"INIT_CONFIG", plistString(initConfig)},
-                      {"API_BASE_URL", plistString(apiBase)},
-                      {"VQX_BASE_URL", plistString(vqxBase)}}));
+  writeFile(dir / "ZelnoraAdsConfig.plist", xmlPlist({{"INIT_CONFIG", plistString(initConfig)},
+                                                      {"API_BASE_URL", plistString(apiBase)},
+                                                      {"VQX_BASE_URL", plistString(vqxBase)}}));
 }
 
 // A loopback server answering the configuration endpoint "/config/<key>" from a table; it counts
@@ -202,15 +206,15 @@ class ResettingServer {
 // Runs `body` in a new process of this test binary, as a new launch of the host app: the kit's
 // process-wide state (the manager's flags, the cached suite name) starts fresh. The child exits 0
 // when no assertion in `body` failed.
-#define KIT_IN_FRESH_PROCESS(body)                                              \
-  do {                                                                          \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                             \
-    EXPECT_EXIT(                                                                \
-        {                                                                       \
+#define KIT_IN_FRESH_PROCESS(body)                                                \
+  do {                                                                            \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                               \
+    EXPECT_EXIT(                                                                  \
+        {                                                                         \
           ::dup2(STDERR_FILENO, STDOUT_FILENO); /* failures show in the report */ \
-          [&] { body; }();                                                      \
-          std::fflush(nullptr);                                                 \
-          std::_Exit(::testing::Test::HasFailure() ? 1 : 0);                    \
-        },                                                                      \
-        ::testing::ExitedWithCode(0), "");                                      \
+          [&] { body; }();                                                        \
+          std::fflush(nullptr);                                                   \
+          std::_Exit(::testing::Test::HasFailure() ? 1 : 0);                      \
+        },                                                                        \
+        ::testing::ExitedWithCode(0), "");                                        \
   } while (false)

@@ -1,10 +1,10 @@
 // The kit across launches and processes, on the real SQLite suite: the kill switch survives a
 // relaunch, and the host app and its notification service extension share one suite.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "KitFixture.h"
 #include "zelnora_core/ZAManager.h"

@@ -56,10 +56,12 @@ TEST_F(HostBundleConfig, ReadsXmlAcceptsEmptyStringsAndIgnoresOtherKeys) {
 }
 
 TEST_F(HostBundleConfig, EveryLoadRereadsTheFileAndRewritesTheStoredCopy) {
-  writePlist(xmlPlist({{"INIT_CONFIG", plistString("a")}, {"API_BASE_URL", plistString("b")},
+  writePlist(xmlPlist({{"INIT_CONFIG", plistString("a")},
+                       {"API_BASE_URL", plistString("b")},
                        {"VQX_BASE_URL", plistString("c")}}));
   zelnora_core::detail::loadFromBundle();
-  writePlist(xmlPlist({{"INIT_CONFIG", plistString("a2")}, {"API_BASE_URL", plistString("b2")},
+  writePlist(xmlPlist({{"INIT_CONFIG", plistString("a2")},
+                       {"API_BASE_URL", plistString("b2")},
                        {"VQX_BASE_URL", plistString("c2")}}));
   zelnora_core::detail::loadFromBundle();
   EXPECT_EQ(ZAPreferencesUtil::getApiConfig(), (ZAPIConfig{"a2", "b2", "c2"}));
@@ -94,15 +96,18 @@ INSTANTIATE_TEST_SUITE_P(
         FatalCase{"TruncatedBinary", fromHex(kBinaryPlistHex).substr(0, 60),
                   "ZelnoraAdsConfig plist not found"},
         FatalCase{"RootIsArray",
-                  "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><string>x</string></array></plist>",
+                  "<?xml version=\"1.0\"?><plist "
+                  "version=\"1.0\"><array><string>x</string></array></plist>",
                   "ZelnoraAdsConfig plist not found"},
         FatalCase{"InitConfigIsNumber",
                   xmlPlist({{"INIT_CONFIG", "<integer>5</integer>"},
-                            {"API_BASE_URL", plistString("a")}, {"VQX_BASE_URL", plistString("v")}}),
+                            {"API_BASE_URL", plistString("a")},
+                            {"VQX_BASE_URL", plistString("v")}}),
                   "Missing plist key INIT_CONFIG"},
         FatalCase{"InitConfigIsData",
                   xmlPlist({{"INIT_CONFIG", "<data>aGVsbG8=</data>"},
-                            {"API_BASE_URL", plistString("a")}, {"VQX_BASE_URL", plistString("v")}}),
+                            {"API_BASE_URL", plistString("a")},
+                            {"VQX_BASE_URL", plistString("v")}}),
                   "Missing plist key INIT_CONFIG"},
         FatalCase{"BothBasesMissing", xmlPlist({{"INIT_CONFIG", kInit}}),
                   "Missing plist key API_BASE_URL"},

@@ -20,8 +20,8 @@ struct AnswerCase {
   std::string name;
   int status;
   std::string body;
-  bool preStored;                        // a configuration without kill is stored before start-up
-  std::vector<std::string> lines;        // what the kit prints
+  bool preStored;                  // a configuration without kill is stored before start-up
+  std::vector<std::string> lines;  // what the kit prints
   Stored afterwards;
   bool callback;
 };
@@ -49,9 +49,7 @@ TEST_P(ConfigurationAnswer, LeavesTheExpectedLinesStoreAndFlags) {
     auto stored = ZAPreferencesUtil::getSdkConfig();
     switch (c.afterwards) {
       case Stored::none:
-      case Stored::removed:
-        EXPECT_FALSE(stored.has_value());
-        break;
+      case Stored::removed: EXPECT_FALSE(stored.has_value()); break;
       case Stored::kept:
         ASSERT_TRUE(stored.has_value());
         EXPECT_EQ(stored->vqxAppId, "old-nai");
@@ -73,24 +71,98 @@ const std::string kFresh = R"({"nt":"fresh-nt","nai":"fresh-nai"})";
 INSTANTIATE_TEST_SUITE_P(
     StatusAndBody, ConfigurationAnswer,
     ::testing::Values(
-        AnswerCase{"Ok200", 200, kFresh, false, {"SDK initialized successfully"}, Stored::replaced, true},
-        AnswerCase{"Ok299", 299, kFresh, false, {"SDK initialized successfully"}, Stored::replaced, true},
-        AnswerCase{"OkReplacesStored", 200, kFresh, true, {"SDK initialized successfully"}, Stored::replaced, true},
-        AnswerCase{"OkOverwritesChannel", 200,
-                   R"({"nt":"fresh-nt","nai":"fresh-nai","zelnoraAdsAppId":"other"})", false,
-                   {"SDK initialized successfully"}, Stored::replaced, true},
-        AnswerCase{"Redirection300", 300, kFresh, true, {"Error getting configuration"}, Stored::removed, false},
-        AnswerCase{"BadRequest400", 400, kFresh, true, {"Error getting configuration"}, Stored::removed, false},
-        AnswerCase{"Unauthorized401", 401, "{}", true, {"Application key invalid"}, Stored::kept, false},
-        AnswerCase{"Forbidden403", 403, "{}", true, {"Error getting configuration"}, Stored::removed, false},
-        AnswerCase{"ServerError500", 500, R"({"error":"boom"})", true, {"Error getting configuration"}, Stored::removed, false},
-        AnswerCase{"NotJson", 200, "<html>oops</html>", true, {"Error getting configuration"}, Stored::kept, false},
-        AnswerCase{"EmptyBody", 200, "", true, {"Error getting configuration"}, Stored::kept, false},
-        AnswerCase{"MissingNai", 200, R"({"nt":"x"})", true, {"Error getting configuration"}, Stored::kept, false},
-        AnswerCase{"KillAsNumber", 200, R"({"nt":"x","nai":"y","k":1})", true, {"Error getting configuration"}, Stored::kept, false},
-        AnswerCase{"FieldNamesAsKeys", 200, R"({"vqxNotificationType":"x","vqxAppId":"y"})", false, {"Error getting configuration"}, Stored::none, false},
-        AnswerCase{"DeeplyNested", 200, std::string(100000, '[') + std::string(100000, ']'), true, {"Error getting configuration"}, Stored::kept, false},
-        AnswerCase{"TrailingGarbage", 200, kFresh + "}", true, {"Error getting configuration"}, Stored::kept, false}),
+        AnswerCase{
+            "Ok200", 200, kFresh, false, {"SDK initialized successfully"}, Stored::replaced, true},
+        AnswerCase{
+            "Ok299", 299, kFresh, false, {"SDK initialized successfully"}, Stored::replaced, true},
+        AnswerCase{"OkReplacesStored",
+                   200,
+                   kFresh,
+                   true,
+                   {"SDK initialized successfully"},
+                   Stored::replaced,
+                   true},
+        AnswerCase{"OkOverwritesChannel",
+                   200,
+                   R"({"nt":"fresh-nt","nai":"fresh-nai","zelnoraAdsAppId":"other"})",
+                   false,
+                   {"SDK initialized successfully"},
+                   Stored::replaced,
+                   true},
+        AnswerCase{"Redirection300",
+                   300,
+                   kFresh,
+                   true,
+                   {"Error getting configuration"},
+                   Stored::removed,
+                   false},
+        AnswerCase{"BadRequest400",
+                   400,
+                   kFresh,
+                   true,
+                   {"Error getting configuration"},
+                   Stored::removed,
+                   false},
+        AnswerCase{
+            "Unauthorized401", 401, "{}", true, {"Application key invalid"}, Stored::kept, false},
+        AnswerCase{"Forbidden403",
+                   403,
+                   "{}",
+                   true,
+                   {"Error getting configuration"},
+                   Stored::removed,
+                   false},
+        AnswerCase{"ServerError500",
+                   500,
+                   R"({"error":"boom"})",
+                   true,
+                   {"Error getting configuration"},
+                   Stored::removed,
+                   false},
+        AnswerCase{"NotJson",
+                   200,
+                   "<html>oops</html>",
+                   true,
+                   {"Error getting configuration"},
+                   Stored::kept,
+                   false},
+        AnswerCase{
+            "EmptyBody", 200, "", true, {"Error getting configuration"}, Stored::kept, false},
+        AnswerCase{"MissingNai",
+                   200,
+                   R"({"nt":"x"})",
+                   true,
+                   {"Error getting configuration"},
+                   Stored::kept,
+                   false},
+        AnswerCase{"KillAsNumber",
+                   200,
+                   R"({"nt":"x","nai":"y","k":1})",
+                   true,
+                   {"Error getting configuration"},
+                   Stored::kept,
+                   false},
+        AnswerCase{"FieldNamesAsKeys",
+                   200,
+                   R"({"vqxNotificationType":"x","vqxAppId":"y"})",
+                   false,
+                   {"Error getting configuration"},
+                   Stored::none,
+                   false},
+        AnswerCase{"DeeplyNested",
+                   200,
+                   std::string(100000, '[') + std::string(100000, ']'),
+                   true,
+                   {"Error getting configuration"},
+                   Stored::kept,
+                   false},
+        AnswerCase{"TrailingGarbage",
+                   200,
+                   kFresh + "}",
+                   true,
+                   {"Error getting configuration"},
+                   Stored::kept,
+                   false}),
     caseName);
 
 TEST(StartUp, ConnectionRefusedChangesNothing) {
@@ -184,8 +256,9 @@ TEST(StartUp, StoredKillSwitchDisablesAndSendsNothing) {
     // A disabled kit is not initialised, so these answer with the same line.
     ZAManager::sharedInstance().setUserId("u");
     ZAManager::sharedInstance().requestPermission();
-    EXPECT_THAT(app.console.lines(), ElementsAre("Zelnora Ads sdk disabled", "Sdk was not initialized",
-                                                 "Sdk was not initialized"));
+    EXPECT_THAT(app.console.lines(),
+                ElementsAre("Zelnora Ads sdk disabled", "Sdk was not initialized",
+                            "Sdk was not initialized"));
     // Within the process a debug start-up removes the record, finds none, and stays disabled.
     ZAManager::sharedInstance().initialize("k", true);
     EXPECT_EQ(app.console.lines().back(), "Zelnora Ads sdk disabled");

@@ -7,10 +7,10 @@
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using platform::PropertyValue;
 using platform::toBytes;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using zelnora_core::ZAPreferencesUtil;
 using Headers = std::map<std::string, std::string>;
 

@@ -22,8 +22,7 @@ struct ConfigDecodeCase {
 class ConfigDecoding : public ::testing::TestWithParam<ConfigDecodeCase> {};
 
 TEST_P(ConfigDecoding, FollowsTheShortKeysAndStrictTypes) {
-  EXPECT_EQ(ZAConfig::fromJson(toBytes(GetParam().json)), GetParam().expected)
-      << GetParam().json;
+  EXPECT_EQ(ZAConfig::fromJson(toBytes(GetParam().json)), GetParam().expected) << GetParam().json;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -67,12 +66,13 @@ TEST(ConfigEncoding, ExtraMembersAreNotKeptInTheStoredCopy) {
 
 TEST(ApiConfigJson, RoundTripsWithEscapedSlashesAndRequiresEveryKey) {
   ZAPIConfig config{"https://h/c/{key}", "https://api", ""};
-  EXPECT_EQ(toString(config.toJson()),
-            R"({"initConfigUrl":"https:\/\/h\/c\/{key}","apiBaseUrl":"https:\/\/api","vqxBaseUrl":""})");
+  EXPECT_EQ(
+      toString(config.toJson()),
+      R"({"initConfigUrl":"https:\/\/h\/c\/{key}","apiBaseUrl":"https:\/\/api","vqxBaseUrl":""})");
   EXPECT_EQ(ZAPIConfig::fromJson(config.toJson()), config);
   EXPECT_FALSE(ZAPIConfig::fromJson(toBytes(R"({"initConfigUrl":"a","apiBaseUrl":"b"})")));
-  EXPECT_FALSE(ZAPIConfig::fromJson(
-      toBytes(R"({"initConfigUrl":"a","apiBaseUrl":"b","vqxBaseUrl":1})")));
+  EXPECT_FALSE(
+      ZAPIConfig::fromJson(toBytes(R"({"initConfigUrl":"a","apiBaseUrl":"b","vqxBaseUrl":1})")));
 }
 
 TEST(UserDataJson, AdvertisingIdIsOptionalAndNeverNull) {

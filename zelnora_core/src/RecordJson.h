@@ -16,7 +16,8 @@ struct Member {
 };
 
 // A member that must be present and a string.
-inline std::optional<std::string> requiredString(const nlohmann::json& object, std::string_view key) {
+inline std::optional<std::string> requiredString(const nlohmann::json& object,
+                                                 std::string_view key) {
   auto it = object.find(key);
   if (it == object.end() || !it->is_string()) return std::nullopt;
   return it->get<std::string>();

@@ -67,8 +67,7 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
       [this, appKey, callback = std::move(initCompleteCallback)](
           std::optional<platform::Bytes> body, std::optional<platform::URLResponse> response,
           std::optional<platform::Error>) {
-        handleConfigurationResponse(appKey, callback, platform::asHTTPURLResponse(response),
-                                    body);
+        handleConfigurationResponse(appKey, callback, platform::asHTTPURLResponse(response), body);
       });
 }
 

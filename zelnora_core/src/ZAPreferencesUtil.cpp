@@ -8,8 +8,9 @@ namespace zelnora_core {
 namespace detail {
 
 std::string suiteNameFor(const std::optional<std::string>& bundleIdentifier) {
-  return "group." + (bundleIdentifier ? hostIdentifier(*bundleIdentifier)
-                                      : std::string(kFallbackOrganizationIdentifier)) +
+  return "group." +
+         (bundleIdentifier ? hostIdentifier(*bundleIdentifier)
+                           : std::string(kFallbackOrganizationIdentifier)) +
          ".za";
 }
 

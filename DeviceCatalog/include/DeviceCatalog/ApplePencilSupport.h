@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <optional>
 #include <utility>
+
 #include "DeviceCatalog/export.h"
 
 namespace DeviceCatalog {

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+
 #include "DeviceCatalog/export.h"
 
 namespace DeviceCatalog {

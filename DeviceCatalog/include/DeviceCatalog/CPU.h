@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <string_view>
+
 #include "DeviceCatalog/export.h"
 
 namespace DeviceCatalog {

@@ -17,8 +17,8 @@
 #include "DeviceCatalog/BatteryState.h"
 #include "DeviceCatalog/CPU.h"
 #include "DeviceCatalog/ModelCases.h"
-#include "platform/Device.h"
 #include "DeviceCatalog/export.h"
+#include "platform/Device.h"
 
 namespace DeviceCatalog {
 

@@ -19,7 +19,8 @@ class ZELNORA_PLATFORM_EXPORT MainBundle {
   MainBundle& operator=(const MainBundle&) = delete;
 
   /// Path of the resource `name`.`type` inside the bundle, or absent when there is no such file.
-  virtual std::optional<std::string> pathForResource(std::string_view name, std::string_view type) = 0;
+  virtual std::optional<std::string> pathForResource(std::string_view name,
+                                                     std::string_view type) = 0;
   /// The bundle's information dictionary (Info.plist), absent when the bundle has none or it is
   /// unreadable.
   virtual std::optional<PropertyDictionary> infoDictionary() = 0;

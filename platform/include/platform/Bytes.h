@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
 #include "platform/export.h"
 
 namespace platform {

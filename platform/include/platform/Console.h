@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string_view>
+
 #include "platform/export.h"
 
 namespace platform {

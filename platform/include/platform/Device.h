@@ -11,6 +11,7 @@
 #include <string_view>
 #include <variant>
 #include <vector>
+
 #include "platform/export.h"
 
 namespace platform {
@@ -38,7 +39,8 @@ class ZELNORA_PLATFORM_EXPORT CurrentDevice {
   virtual float batteryLevel() = 0;
   /// 0 unknown, 1 unplugged, 2 charging, 3 full.
   virtual int batteryState() = 0;
-  /// 0 unknown, 1 portrait, 2 upside down, 3 landscape left, 4 landscape right, 5 face up, 6 face down.
+  /// 0 unknown, 1 portrait, 2 upside down, 3 landscape left, 4 landscape right, 5 face up, 6 face
+  /// down.
   virtual int orientation() = 0;
   virtual InterfaceIdiom userInterfaceIdiom() = 0;
   virtual bool isGuidedAccessEnabled() = 0;
@@ -97,8 +99,8 @@ class ZELNORA_PLATFORM_EXPORT SystemInfo {
 
   /// The `machine` field of a zero-filled utsname after uname(), all 256 bytes.
   virtual std::array<char, 256> unameMachine() = 0;
-  /// Resource values of the volume holding `path` for `keys`: absent when the query fails; a key the
-  /// platform gives no value for is missing from the map.
+  /// Resource values of the volume holding `path` for `keys`: absent when the query fails; a key
+  /// the platform gives no value for is missing from the map.
   virtual std::optional<std::map<VolumeCapacityKey, VolumeValue>> volumeCapacities(
       const std::string& path, const std::vector<VolumeCapacityKey>& keys) = 0;
 };

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+
 #include "platform/export.h"
 
 namespace platform {

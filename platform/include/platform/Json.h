@@ -17,8 +17,8 @@ namespace platform {
 /// Maximum nesting of arrays and objects that parseJson accepts.
 inline constexpr int kMaxJsonDepth = 64;
 
-/// Parses one JSON value. Absent on syntax errors, invalid UTF-8, trailing garbage or nesting deeper
-/// than kMaxJsonDepth. Never throws.
+/// Parses one JSON value. Absent on syntax errors, invalid UTF-8, trailing garbage or nesting
+/// deeper than kMaxJsonDepth. Never throws.
 ZELNORA_PLATFORM_EXPORT std::optional<nlohmann::json> parseJson(std::string_view text);
 inline std::optional<nlohmann::json> parseJson(const Bytes& bytes) {
   return parseJson(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));

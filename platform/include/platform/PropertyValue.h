@@ -32,9 +32,10 @@ struct ZELNORA_PLATFORM_EXPORT PropertyValue {
 
   PropertyValue() = default;
   template <typename T>
-    requires std::is_constructible_v<Variant, T&&>
-  PropertyValue(T&& v) : value(std::forward<T>(v)) {}  // NOLINT(google-explicit-constructor)
-  PropertyValue(const char* text) : value(std::string(text)) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_constructible_v<Variant, T&&> PropertyValue(T&& v)
+      : value(std::forward<T>(v)) {}  // NOLINT(google-explicit-constructor)
+  PropertyValue(const char* text)
+      : value(std::string(text)) {}  // NOLINT(google-explicit-constructor)
 
   const std::string* string() const { return std::get_if<std::string>(&value); }
   const Bytes* data() const { return std::get_if<Bytes>(&value); }
@@ -44,9 +45,12 @@ struct ZELNORA_PLATFORM_EXPORT PropertyValue {
   bool operator==(const PropertyValue&) const = default;
 };
 
-/// A dictionary whose values are all text, as headers are stored; absent when any value is not text.
-ZELNORA_PLATFORM_EXPORT std::optional<std::map<std::string, std::string>> asStringDictionary(const PropertyValue& value);
+/// A dictionary whose values are all text, as headers are stored; absent when any value is not
+/// text.
+ZELNORA_PLATFORM_EXPORT std::optional<std::map<std::string, std::string>> asStringDictionary(
+    const PropertyValue& value);
 
-ZELNORA_PLATFORM_EXPORT PropertyValue makeStringDictionary(const std::map<std::string, std::string>& map);
+ZELNORA_PLATFORM_EXPORT PropertyValue
+makeStringDictionary(const std::map<std::string, std::string>& map);
 
 }  // namespace platform

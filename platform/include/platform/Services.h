@@ -1,5 +1,6 @@
 /// \file
-/// The platform services the kit uses, and the one place that hands out the current provider of each.
+/// The platform services the kit uses, and the one place that hands out the current provider of
+/// each.
 #pragma once
 
 #include <memory>
@@ -25,7 +26,8 @@ class ZELNORA_PLATFORM_EXPORT Telephony {
   Telephony(const Telephony&) = delete;
   Telephony& operator=(const Telephony&) = delete;
   /// Service identifier -> carrier; absent when the device has no provider map.
-  virtual std::optional<std::vector<std::pair<std::string, Carrier>>> serviceSubscriberCellularProviders() = 0;
+  virtual std::optional<std::vector<std::pair<std::string, Carrier>>>
+  serviceSubscriberCellularProviders() = 0;
 };
 
 /// CoreLocation.
@@ -109,7 +111,9 @@ inline ProcessInfo& processInfo() { return *services().processInfo; }
 inline SystemInfo& systemInfo() { return *services().system; }
 inline Telephony& telephony() { return *services().telephony; }
 inline LocationServices& locationServices() { return *services().location; }
-inline AdvertisingIdentifierManager& advertisingIdentifierManager() { return *services().advertising; }
+inline AdvertisingIdentifierManager& advertisingIdentifierManager() {
+  return *services().advertising;
+}
 inline Clock& clock() { return *services().clock; }
 
 namespace internal {

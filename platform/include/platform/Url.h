@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
 #include "platform/export.h"
 
 namespace platform {
@@ -40,7 +41,7 @@ class ZELNORA_PLATFORM_EXPORT UrlComponents {
   std::string scheme() const { return scheme_; }
   std::optional<std::string> host() const;  ///< percent-decoded
   std::optional<int> port() const { return port_; }
-  std::string path() const;   ///< percent-decoded
+  std::string path() const;                  ///< percent-decoded
   std::optional<std::string> query() const;  ///< percent-decoded; absent when there is no "?"
   const std::string& percentEncodedPath() const { return path_; }
   const std::optional<std::string>& percentEncodedQuery() const { return query_; }

@@ -66,11 +66,11 @@ struct ZELNORA_PLATFORM_EXPORT HTTPURLResponse {
 };
 
 /// The HTTP view of a response; absent when the response is not an HTTP response.
-ZELNORA_PLATFORM_EXPORT std::optional<HTTPURLResponse> asHTTPURLResponse(const std::optional<URLResponse>& response);
+ZELNORA_PLATFORM_EXPORT std::optional<HTTPURLResponse> asHTTPURLResponse(
+    const std::optional<URLResponse>& response);
 
-using DataTaskCompletion = std::function<void(std::optional<Bytes> body,
-                                              std::optional<URLResponse> response,
-                                              std::optional<Error> error)>;
+using DataTaskCompletion = std::function<void(
+    std::optional<Bytes> body, std::optional<URLResponse> response, std::optional<Error> error)>;
 
 class ZELNORA_PLATFORM_EXPORT URLSession {
  public:

@@ -1,5 +1,6 @@
 /// \file
-/// Named key-value suites shared by the host application and its extensions (the application group).
+/// Named key-value suites shared by the host application and its extensions (the application
+/// group).
 #pragma once
 
 #include <map>
@@ -42,9 +43,11 @@ class ZELNORA_PLATFORM_EXPORT UserDefaultsStore {
   virtual std::shared_ptr<UserDefaultsSuite> suite(std::string_view suiteName) = 0;
 };
 
-/// A store keeping one SQLite database per suite in `containerDirectory` (created 0700, files 0600).
-/// The default store uses $XDG_DATA_HOME/zelnora/app-groups (~/.local/share/zelnora/app-groups).
-ZELNORA_PLATFORM_EXPORT std::unique_ptr<UserDefaultsStore> makeSqliteUserDefaultsStore(std::string containerDirectory);
+/// A store keeping one SQLite database per suite in `containerDirectory` (created 0700, files
+/// 0600). The default store uses $XDG_DATA_HOME/zelnora/app-groups
+/// (~/.local/share/zelnora/app-groups).
+ZELNORA_PLATFORM_EXPORT std::unique_ptr<UserDefaultsStore> makeSqliteUserDefaultsStore(
+    std::string containerDirectory);
 /// The directory of the default store (the application-group container).
 ZELNORA_PLATFORM_EXPORT std::string appGroupContainerDirectory();
 

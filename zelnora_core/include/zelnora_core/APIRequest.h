@@ -1,5 +1,6 @@
 /// \file
-/// The request vocabulary of the service's API: methods, endpoints and the immutable request record.
+/// The request vocabulary of the service's API: methods, endpoints and the immutable request
+/// record.
 #pragma once
 
 #include <cstdint>

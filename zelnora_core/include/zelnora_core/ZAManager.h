@@ -49,8 +49,7 @@ class ZELNORA_CORE_EXPORT ZAManager {
  private:
   ZAManager();
   ~ZAManager();
-  void handleConfigurationResponse(const std::string& appKey,
-                                   const std::function<void()>& callback,
+  void handleConfigurationResponse(const std::string& appKey, const std::function<void()>& callback,
                                    const std::optional<platform::HTTPURLResponse>& http,
                                    const std::optional<platform::Bytes>& body);
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+
 #include "zelnora_core/export.h"
 
 namespace zelnora_core {

@@ -1,5 +1,6 @@
 /// \file
-/// The stored user record: the host's user id and the advertising identifier at the time it was set.
+/// The stored user record: the host's user id and the advertising identifier at the time it was
+/// set.
 #pragma once
 
 #include <optional>
