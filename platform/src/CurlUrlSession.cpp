@@ -98,7 +98,8 @@ curl_slist* buildHeaderList(const HeaderFields& fields, std::size_t bodySize) {
     if (!isSendableField(name, value, bodySize)) continue;
     hasExpect = hasExpect || equalsIgnoringCase(name, "Expect");
     // "Name;" is curl's way to send a header with an empty value ("Name:" would remove it).
-    const std::string line = value.empty() ? name + ";" : name + ": " + value;
+    std::string line = name;
+    line.append(value.empty() ? ";" : ": ").append(value);
     list = curl_slist_append(list, line.c_str());
   }
   // Without this curl waits for "100 Continue" before sending larger bodies.
@@ -182,7 +183,7 @@ long timeoutMilliseconds(std::chrono::duration<double> interval) {
 void ignoreSigpipeUnlessHandled() {
   struct sigaction current {};
   if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
-    signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGPIPE, SIG_IGN);
   }
 }
 
@@ -389,7 +390,7 @@ class CurlUrlSession final : public URLSession {
       return;
     }
     ++active_;
-    transfer.release();  // owned by the easy handle (CURLOPT_PRIVATE) until it is done
+    (void)transfer.release();  // owned by the easy handle (CURLOPT_PRIVATE) until it is done
   }
 
   void collectFinished() {

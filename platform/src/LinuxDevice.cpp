@@ -308,7 +308,7 @@ OperatingSystemVersion parseVersion(std::string_view text) {
     std::size_t digits = 0;
     while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits]))) ++digits;
     const std::string number(text.substr(0, std::min<std::size_t>(digits, 9)));
-    part = number.empty() ? 0 : std::atoi(number.c_str());
+    part = number.empty() ? 0 : static_cast<int>(std::strtol(number.c_str(), nullptr, 10));
     const std::size_t dot = text.find('.');
     if (dot == std::string_view::npos) break;
     text.remove_prefix(dot + 1);

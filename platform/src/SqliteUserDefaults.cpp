@@ -269,10 +269,13 @@ class SqliteUserDefaultsStore final : public UserDefaultsStore {
 };
 
 std::string homeDirectoryForContainer() {
+  // Read once, when the container is first located, before the kit starts its own threads.
+  // NOLINTBEGIN(concurrency-mt-unsafe)
   if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
   if (const passwd* entry = ::getpwuid(::getuid()); entry != nullptr && entry->pw_dir != nullptr) {
     return entry->pw_dir;
   }
+  // NOLINTEND(concurrency-mt-unsafe)
   return "/tmp";
 }
 

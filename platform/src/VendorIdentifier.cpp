@@ -70,7 +70,7 @@ void publishNewIdentifier(const std::string& path) {
   ::close(fd);
   if (written && ::link(temporary.c_str(), path.c_str()) != 0 && errno == EEXIST &&
       !readIdentifierFile(path)) {
-    ::rename(temporary.c_str(), path.c_str());
+    (void)::rename(temporary.c_str(), path.c_str());
   }
   ::unlink(temporary.c_str());
 }

@@ -76,7 +76,7 @@ void APIService::request(const APIRequest& request, APICompletion completion) {
   platform::urlSession().dataTask(
       std::move(*urlRequest),
       [completion = std::move(completion)](std::optional<platform::Bytes> body,
-                                           std::optional<platform::URLResponse> response,
+                                           const std::optional<platform::URLResponse>& response,
                                            std::optional<platform::Error> error) {
         std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
         detail::logResponse(http, body, error);

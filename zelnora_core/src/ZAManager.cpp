@@ -65,8 +65,9 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
   platform::urlSession().dataTask(
       configurationRequest(*url),
       [this, appKey, callback = std::move(initCompleteCallback)](
-          std::optional<platform::Bytes> body, std::optional<platform::URLResponse> response,
-          std::optional<platform::Error>) {
+          const std::optional<platform::Bytes>& body,
+          const std::optional<platform::URLResponse>& response,
+          const std::optional<platform::Error>& /*transport error: never examined*/) {
         handleConfigurationResponse(appKey, callback, platform::asHTTPURLResponse(response), body);
       });
 }

@@ -38,7 +38,7 @@ std::optional<Record> readRecord(const char* key) {
   return Record::fromJson(*bytes);
 }
 
-void store(const char* key, platform::PropertyValue value) {
+void store(const char* key, const platform::PropertyValue& value) {
   if (auto suite = openSuite()) suite->set(key, value);
 }
 

@@ -160,11 +160,11 @@ void ZAReportHelper::sendReport(std::optional<std::string> event,
 
   ZAReportRequest report;
   report.events.push_back(std::move(eventMap));
-  ZAdsApiFactory().sendAppTracking(
-      ZACoreApiFactory::sendAppTrackerRequest(report),
-      [](std::optional<platform::HTTPURLResponse>, std::optional<platform::Error> error) {
-        if (error) platform::printLine(error->localizedDescription());
-      });
+  ZAdsApiFactory().sendAppTracking(ZACoreApiFactory::sendAppTrackerRequest(report),
+                                   [](const std::optional<platform::HTTPURLResponse>& /*unused*/,
+                                      const std::optional<platform::Error>& error) {
+                                     if (error) platform::printLine(error->localizedDescription());
+                                   });
 }
 
 }  // namespace zelnora_core

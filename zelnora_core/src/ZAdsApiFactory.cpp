@@ -8,7 +8,7 @@ namespace zelnora_core {
 
 void ZAdsApiFactory::sendAppTracking(const APIRequest& request, TrackingCompletion completion) {
   APIService::shared().request(request, [completion = std::move(completion)](
-                                            std::optional<platform::Bytes>,
+                                            const std::optional<platform::Bytes>& /*unused*/,
                                             std::optional<platform::HTTPURLResponse> response,
                                             std::optional<platform::Error> error) {
     if (completion) completion(std::move(response), std::move(error));

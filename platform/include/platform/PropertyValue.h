@@ -31,7 +31,8 @@ struct ZELNORA_PLATFORM_EXPORT PropertyValue {
   Variant value;
 
   PropertyValue() = default;
-  template <typename T>
+  // Constrained to what the variant holds, so it never competes with copy or move.
+  template <typename T>  // NOLINTNEXTLINE(bugprone-forwarding-reference-overload)
   requires std::is_constructible_v<Variant, T&&> PropertyValue(T&& v)
       : value(std::forward<T>(v)) {}  // NOLINT(google-explicit-constructor)
   PropertyValue(const char* text)
