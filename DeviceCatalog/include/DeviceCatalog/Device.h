@@ -1,6 +1,13 @@
 /// \file
 /// The device model value of the catalog: which Apple model a machine identifier names, the model's
 /// names and fixed capabilities and, for the device the program runs on, its live status.
+///
+/// \code
+/// using DeviceCatalog::Device;
+/// Device device = Device::mapToDevice("iPhone15,2");  // Device::iPhone14Pro
+/// bool faceId = device.isFaceIDCapable();
+/// std::string name = Device::current().safeDescription();
+/// \endcode
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,13 @@
 /// \file
 /// The request vocabulary of the service's API: methods, endpoints and the immutable request
 /// record.
+///
+/// \code
+/// using namespace zelnora_core;
+/// APIRequest request(APIEndpoint::getCampaign, HTTPMethod::get, {{{"zoneId", "42"}}},
+///                    {{{"page", std::int64_t{2}}}}, std::nullopt, std::nullopt);
+/// auto url = request.url();  // API base + "/campaign/v3/42?page=2"
+/// \endcode
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,11 @@
 /// \file
 /// Sends one APIRequest with the kit's header set, dumps the exchange, classifies the outcome.
+///
+/// \code
+/// zelnora_core::APIService::shared().request(request, [](auto body, auto response, auto error) {
+///   if (error) { /* transport, "Data" -1 or "StatusCode" <status> */ }
+/// });
+/// \endcode
 #pragma once
 
 #include <functional>

@@ -1,6 +1,13 @@
 /// \file
 /// The kit's public entry point: start-up with the application key, state, user id, custom headers
 /// and the location permission request.
+///
+/// \code
+/// auto& kit = zelnora_core::ZAManager::sharedInstance();
+/// kit.initialize("APP-KEY", false, [] { /* on the network thread, once started */ });
+/// kit.setCustomHeaders({{"X-Tenant", "blue"}});
+/// if (kit.isInitialized()) kit.setUserId("user-42");
+/// \endcode
 #pragma once
 
 #include <atomic>

@@ -2,6 +2,13 @@
 /// The application-group preferences suite shared by the host application and its notification
 /// service extension. The only code that touches the suite. Every operation may be called from any
 /// thread; none throws: a failed read is absent, a failed write does nothing.
+///
+/// \code
+/// using zelnora_core::ZAPreferencesUtil;
+/// if (auto config = ZAPreferencesUtil::getSdkConfig(); config && config->kill.value_or(false)) {
+///   ZAPreferencesUtil::deleteConfig();  // lifts a stored kill switch before the next start-up
+/// }
+/// \endcode
 #pragma once
 
 #include <map>

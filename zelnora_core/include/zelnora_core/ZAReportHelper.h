@@ -1,5 +1,10 @@
 /// \file
 /// Engagement reports and the device information map they carry.
+///
+/// \code
+/// zelnora_core::ZAReportHelper::sendReport("app_open", "campaign-7", "push");  // returns at once
+/// auto facts = zelnora_core::ZAReportHelper::getDeviceInfoMap();  // facts["model"], ...
+/// \endcode
 #pragma once
 
 #include <map>
