@@ -33,6 +33,7 @@ class BinaryObjectGraph {
  private:
   bool objectOffset(std::uint64_t index, std::uint64_t& offset) const;
   bool readCount(std::uint64_t& position, std::uint64_t& count) const;
+  bool stringHasNoNul(std::uint64_t position, std::size_t unitSize) const;
 
   const unsigned char* data_;
   std::size_t size_;
@@ -84,6 +85,7 @@ bool BinaryObjectGraph::children(std::uint64_t index, std::vector<std::uint64_t>
   if (!objectOffset(index, position)) return false;
   const unsigned kind = data_[position] >> 4;
   isContainer = kind == 0xA || kind == 0xC || kind == 0xD;
+  if (kind == 0x5 || kind == 0x6) return stringHasNoNul(position, kind == 0x6 ? 2 : 1);
   if (!isContainer) return true;
   std::uint64_t count = 0;
   if (!readCount(position, count)) return false;
@@ -99,10 +101,36 @@ bool BinaryObjectGraph::children(std::uint64_t index, std::vector<std::uint64_t>
   return true;
 }
 
+// libplist aborts (an assertion) when a string or dictionary key holds a NUL character, so such a
+// string makes the whole list unreadable. `unitSize` is 1 for ASCII strings, 2 for UTF-16 ones.
+bool BinaryObjectGraph::stringHasNoNul(std::uint64_t position, std::size_t unitSize) const {
+  std::uint64_t count = 0;
+  if (!readCount(position, count)) return false;
+  if (count > (offsetTable_ - position) / unitSize) return false;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const unsigned char* unit = data_ + position + i * unitSize;
+    if (unit[0] == 0 && (unitSize == 1 || unit[1] == 0)) return false;
+  }
+  return true;
+}
+
 // Position just past `terminator` from `from`, or npos when it never comes.
 std::size_t skipPast(std::string_view text, std::size_t from, std::string_view terminator) {
   const std::size_t at = text.find(terminator, from);
   return at == std::string_view::npos ? at : at + terminator.size();
+}
+
+// "&#0;", "&#x0;", "&#000;", "&#X00;" and the like.
+bool hasNulCharacterReference(std::string_view text) {
+  for (std::size_t at = text.find("&#"); at != std::string_view::npos;
+       at = text.find("&#", at + 2)) {
+    std::size_t i = at + 2;
+    if (i < text.size() && (text[i] == 'x' || text[i] == 'X')) ++i;
+    const std::size_t digits = i;
+    while (i < text.size() && text[i] == '0') ++i;
+    if (i > digits && i < text.size() && text[i] == ';') return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -132,6 +160,8 @@ bool xmlPropertyListWithinBounds(std::string_view text) {
   // nesting); comments, CDATA, declarations and processing instructions are skipped as a parser
   // would, so that tags inside them neither open nor close anything.
   constexpr int kMaxElementDepth = kMaxPropertyListDepth + 2;
+  // A NUL character, raw or as a character reference, would abort libplist (see above).
+  if (text.find('\0') != std::string_view::npos || hasNulCharacterReference(text)) return false;
   int depth = 0;
   std::size_t position = text.find('<');
   while (position != std::string_view::npos) {

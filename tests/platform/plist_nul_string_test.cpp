@@ -19,9 +19,14 @@ std::string corpusFile(const std::string& name) {
 TEST(PropertyListNulString, ReadsAsNoPropertyListWithoutStoppingTheProcess) {
   using namespace std::string_literals;
   EXPECT_FALSE(platform::parsePropertyList("<plist><string>a\0b</string></plist>"s));
-  const std::string binary = corpusFile("crash_binary_string_with_nul.bplist");
-  ASSERT_FALSE(binary.empty());
-  EXPECT_FALSE(platform::parsePropertyList(binary));
+  EXPECT_FALSE(platform::parsePropertyList("<plist><dict><key>a\0b</key><true/></dict></plist>"s));
+  EXPECT_FALSE(platform::parsePropertyList("<plist><string>a&#x00;b</string></plist>"s));
+  for (const char* name :
+       {"crash_binary_string_with_nul.bplist", "crash_binary_key_with_nul.bplist"}) {
+    const std::string binary = corpusFile(name);
+    ASSERT_FALSE(binary.empty()) << name;
+    EXPECT_FALSE(platform::parsePropertyList(binary)) << name;
+  }
   // A NUL-free string beside it still reads.
   auto plain = platform::parsePropertyList("<plist><string>a b</string></plist>"s);
   ASSERT_TRUE(plain.has_value());
