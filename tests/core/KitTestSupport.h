@@ -100,7 +100,6 @@ class ConfigServer {
       ++requests_;
       lastPath_ = req.path;
       lastAccept_ = req.get_header_value("Accept");
-      headerCount_ = req.headers.size();
       auto it = answers_.find(req.matches[1]);
       const Answer answer = it != answers_.end() ? it->second : Answer{401, "{}"};
       res.status = answer.status;
@@ -147,7 +146,6 @@ class ConfigServer {
   std::map<std::string, Answer> answers_;  // guarded by mutex_
   int requests_ = 0;                       // guarded by mutex_
   std::string lastPath_, lastAccept_;      // guarded by mutex_
-  size_t headerCount_ = 0;                 // guarded by mutex_
 };
 
 // A port on which nothing listens (bound, then closed).
