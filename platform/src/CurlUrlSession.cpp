@@ -29,6 +29,11 @@ constexpr long kMaxTotalConnections = 32;
 constexpr std::size_t kMaxActiveTransfers = 64;
 constexpr long kMaxRedirects = 16;
 constexpr std::size_t kMaxResponseHeaderBytes = 1 << 20;
+// The most bytes one response body may hold; a longer answer ends in a transport error. The kit's
+// own answers are a few hundred bytes of JSON and the other endpoints' answers stay far below
+// this, but every body is held whole until its completion runs, up to 8 at a time per host: without
+// a cap a slow or hostile service could make the host's memory grow without bound.
+constexpr std::size_t kMaxResponseBodyBytes = 4 << 20;
 constexpr double kDefaultTimeoutMs = 60'000;
 constexpr double kMaxTimeoutMs = 7 * 24 * 3600 * 1000.0;
 // The worker's longest sleep when nothing runs; new tasks wake it at once anyway.
@@ -210,11 +215,26 @@ struct Transfer {
   Fields responseHeaders;
   std::size_t responseHeaderBytes = 0;
   bool headersTooLarge = false;
+  bool bodyTooLarge = false;
 };
+
+// Grows the buffer geometrically as insertion would, but never past the cap: a body just under it
+// then holds at most the cap, where a doubling could reserve nearly twice as much.
+void reserveWithinCap(Bytes& body, std::size_t needed) {
+  if (needed <= body.capacity()) return;
+  body.reserve(std::min(std::max(needed, 2 * body.capacity()), kMaxResponseBodyBytes));
+}
 
 std::size_t onBodyData(char* data, std::size_t size, std::size_t count, void* user) {
   auto& transfer = *static_cast<Transfer*>(user);
   const std::size_t length = size * count;
+  // Catches what a declared Content-Length cannot: chunked and close-delimited bodies (curl checks
+  // only a declared size against CURLOPT_MAXFILESIZE_LARGE).
+  if (length > kMaxResponseBodyBytes - transfer.body.size()) {
+    transfer.bodyTooLarge = true;
+    return 0;  // a short count aborts the transfer
+  }
+  reserveWithinCap(transfer.body, transfer.body.size() + length);
   transfer.body.insert(transfer.body.end(), data, data + length);
   return length;
 }
@@ -282,6 +302,12 @@ std::optional<Error> prepare(Transfer& transfer) {
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer.headers);
   curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
   configureMethodAndBody(easy, transfer);
+  // A body too long by its declared Content-Length fails before any of it is read. Not for HEAD:
+  // its Content-Length describes a body that never comes.
+  if (transfer.request.httpMethod != "HEAD") {
+    curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE,
+                     static_cast<curl_off_t>(kMaxResponseBodyBytes));
+  }
   return std::nullopt;
 }
 
@@ -306,6 +332,11 @@ URLResponse responseOf(Transfer& transfer) {
 Error errorOf(const Transfer& transfer, CURLcode result) {
   if (transfer.headersTooLarge) {
     return transportError(kURLErrorBadServerResponse, "response headers too large");
+  }
+  // Both come from the body cap: curl's CURLE_FILESIZE_EXCEEDED for a declared size, and the
+  // CURLE_WRITE_ERROR that our short count in onBodyData causes.
+  if (transfer.bodyTooLarge || result == CURLE_FILESIZE_EXCEEDED) {
+    return transportError(kURLErrorDataLengthExceedsMaximum, "resource exceeds maximum size");
   }
   std::string description = transfer.errorText[0] != '\0' ? std::string(transfer.errorText)
                                                           : std::string(curl_easy_strerror(result));
