@@ -1,5 +1,7 @@
 // Checks run on untrusted property-list bytes before libplist sees them: libplist 2.2 parses binary
-// object graphs recursively (expanding shared objects at every reference) and frees recursively.
+// object graphs recursively (expanding shared objects at every reference) and frees recursively,
+// and loses or garbles some values it reads (dates, unpaired UTF-16 surrogates).
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -27,13 +29,17 @@ class BinaryObjectGraph {
 
   bool readTrailer();
   std::uint64_t root() const { return root_; }
-  // Appends the references held by object `index` (none for scalars); false when malformed.
-  bool children(std::uint64_t index, std::vector<std::uint64_t>& out, bool& isContainer) const;
+  // Appends the references held by object `index` (none for scalars) and, for a date, its value
+  // to `dates`; false when malformed or not readable faithfully.
+  bool children(std::uint64_t index, std::vector<std::uint64_t>& out, bool& isContainer,
+                std::vector<double>& dates) const;
 
  private:
   bool objectOffset(std::uint64_t index, std::uint64_t& offset) const;
   bool readCount(std::uint64_t& position, std::uint64_t& count) const;
   bool stringHasNoNul(std::uint64_t position, std::size_t unitSize) const;
+  bool utf16HasOnlyPairedSurrogates(std::uint64_t position) const;
+  bool readDate(std::uint64_t position, std::vector<double>& dates) const;
 
   const unsigned char* data_;
   std::size_t size_;
@@ -80,12 +86,14 @@ bool BinaryObjectGraph::readCount(std::uint64_t& position, std::uint64_t& count)
 }
 
 bool BinaryObjectGraph::children(std::uint64_t index, std::vector<std::uint64_t>& out,
-                                 bool& isContainer) const {
+                                 bool& isContainer, std::vector<double>& dates) const {
   std::uint64_t position = 0;
   if (!objectOffset(index, position)) return false;
   const unsigned kind = data_[position] >> 4;
   isContainer = kind == 0xA || kind == 0xC || kind == 0xD;
-  if (kind == 0x5 || kind == 0x6) return stringHasNoNul(position, kind == 0x6 ? 2 : 1);
+  if (kind == 0x5) return stringHasNoNul(position, 1);
+  if (kind == 0x6) return stringHasNoNul(position, 2) && utf16HasOnlyPairedSurrogates(position);
+  if (kind == 0x3) return readDate(position, dates);
   if (!isContainer) return true;
   std::uint64_t count = 0;
   if (!readCount(position, count)) return false;
@@ -114,6 +122,41 @@ bool BinaryObjectGraph::stringHasNoNul(std::uint64_t position, std::size_t unitS
   return true;
 }
 
+// libplist drops an unpaired surrogate when it converts UTF-16 to UTF-8 (it has no UTF-8 form), so
+// the text read would silently differ from the text stored: such a list is refused.
+bool BinaryObjectGraph::utf16HasOnlyPairedSurrogates(std::uint64_t position) const {
+  std::uint64_t count = 0;
+  if (!readCount(position, count)) return false;  // bounds already checked by stringHasNoNul
+  const auto unitAt = [&](std::uint64_t i) {
+    return static_cast<unsigned>(readBigEndian(data_ + position + i * 2, 2));
+  };
+  const auto isHigh = [](unsigned unit) { return unit >= 0xD800 && unit <= 0xDBFF; };
+  const auto isLow = [](unsigned unit) { return unit >= 0xDC00 && unit <= 0xDFFF; };
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const unsigned unit = unitAt(i);
+    if (isLow(unit)) return false;
+    if (!isHigh(unit)) continue;
+    if (i + 1 == count || !isLow(unitAt(i + 1))) return false;
+    ++i;
+  }
+  return true;
+}
+
+// libplist keeps a date only as (seconds, microseconds), so the exact value is taken from the
+// bytes here. Dates it cannot carry (not finite, seconds beyond 32 bits) are refused.
+bool BinaryObjectGraph::readDate(std::uint64_t position, std::vector<double>& dates) const {
+  const unsigned widthCode = data_[position] & 0x0F;
+  if (widthCode != 2 && widthCode != 3) return false;
+  const std::size_t width = std::size_t{1} << widthCode;
+  if (width > offsetTable_ - position - 1) return false;
+  const std::uint64_t bits = readBigEndian(data_ + position + 1, width);
+  const double seconds = width == 8 ? std::bit_cast<double>(bits)
+                                    : std::bit_cast<float>(static_cast<std::uint32_t>(bits));
+  if (!isCarriableDate(seconds)) return false;
+  dates.push_back(seconds);
+  return true;
+}
+
 // Position just past `terminator` from `from`, or npos when it never comes.
 std::size_t skipPast(std::string_view text, std::size_t from, std::string_view terminator) {
   const std::size_t at = text.find(terminator, from);
@@ -135,7 +178,7 @@ bool hasNulCharacterReference(std::string_view text) {
 
 }  // namespace
 
-bool binaryPropertyListWithinBounds(std::string_view bytes) {
+bool binaryPropertyListWithinBounds(std::string_view bytes, std::vector<double>& dates) {
   BinaryObjectGraph graph(bytes);
   if (!graph.readTrailer()) return false;
   std::vector<std::pair<std::uint64_t, int>> pending{{graph.root(), 1}};
@@ -147,7 +190,7 @@ bool binaryPropertyListWithinBounds(std::string_view bytes) {
     if (++visited > kMaxPropertyListValues) return false;
     children.clear();
     bool isContainer = false;
-    if (!graph.children(index, children, isContainer)) return false;
+    if (!graph.children(index, children, isContainer, dates)) return false;
     if (isContainer && depth > kMaxPropertyListDepth) return false;
     if (pending.size() + children.size() > kMaxPropertyListValues) return false;
     for (const std::uint64_t child : children) pending.emplace_back(child, depth + 1);

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "platform/Bytes.h"
 #include "platform/PropertyValue.h"
@@ -20,13 +22,26 @@ inline constexpr std::size_t kMaxPropertyListValues = std::size_t{1} << 18;
 
 // True when the binary property list's object graph, expanded from its root, nests no deeper than
 // kMaxPropertyListDepth and holds at most kMaxPropertyListValues values; false when it is
-// malformed.
-bool binaryPropertyListWithinBounds(std::string_view bytes);
+// malformed or holds what libplist would not read faithfully (NUL or an unpaired surrogate in
+// text, a date that is not carriable). Appends the exact value of every date it holds to `dates`.
+bool binaryPropertyListWithinBounds(std::string_view bytes, std::vector<double>& dates);
 // True when the XML document's elements nest no deeper than the property-list bound allows.
 bool xmlPropertyListWithinBounds(std::string_view text);
 
-// The binary property-list encoding of `value`; absent when it cannot be encoded (text that is not
-// UTF-8 or holds NUL, a date out of range, nesting deeper than kMaxPropertyListDepth).
+// True for dates (seconds since 2001) that libplist can carry: finite, with whole seconds that
+// fit 32 bits once truncated toward zero. Both reading and writing refuse other dates.
+bool isCarriableDate(double secondsSinceReferenceDate);
+
+// How libplist 2.2 reports a binary date it reads: whole seconds and microseconds, both truncated
+// toward zero, the microseconds without their sign (-35.88 and -34.12 become (-35, 880000) and
+// (-34, 120000); -0.5 looks like +0.5), packed into one number. Different dates with the same key
+// cannot be told apart after libplist has read them.
+std::int64_t libplistDateKey(std::int32_t wholeSeconds, std::int32_t microseconds);
+std::int64_t libplistDateKey(double carriableSecondsSinceReferenceDate);
+
+// The binary property-list encoding of `value`, dates stored exactly; absent when it cannot be
+// encoded (text that is not UTF-8 or holds NUL, a date that is not carriable or shares its
+// libplist key with a different date in the value, nesting deeper than kMaxPropertyListDepth).
 std::optional<Bytes> encodeBinaryPropertyList(const PropertyValue& value);
 
 }  // namespace platform::detail

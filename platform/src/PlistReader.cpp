@@ -3,12 +3,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <plist/plist.h>
 
@@ -30,50 +35,20 @@ struct MallocFree {
   void operator()(void* memory) const { std::free(memory); }
 };
 
-std::optional<PropertyValue> convert(plist_t node);
-
-std::optional<PropertyValue> convertDictionary(plist_t node) {
-  PropertyDictionary dictionary;
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(node, &iterator);
-  const std::unique_ptr<void, MallocFree> iteratorGuard(iterator);
-  while (true) {
-    char* rawKey = nullptr;
-    plist_t item = nullptr;
-    plist_dict_next_item(node, iterator, &rawKey, &item);
-    const std::unique_ptr<char, MallocFree> key(rawKey);
-    if (item == nullptr) break;
-    if (key == nullptr) return std::nullopt;
-    std::optional<PropertyValue> value = convert(item);
-    if (!value) return std::nullopt;
-    dictionary.insert_or_assign(key.get(), std::move(*value));
-  }
-  std::optional<PropertyValue> result(std::in_place);
-  result->value.emplace<PropertyDictionary>(std::move(dictionary));
-  return result;
-}
-
-std::optional<PropertyValue> convertArray(plist_t node) {
-  PropertyArray array;
-  const std::uint32_t size = plist_array_get_size(node);
-  array.reserve(size);
-  for (std::uint32_t i = 0; i < size; ++i) {
-    std::optional<PropertyValue> value = convert(plist_array_get_item(node, i));
-    if (!value) return std::nullopt;
-    array.push_back(std::move(*value));
-  }
-  return PropertyValue(std::move(array));
+// Text must read back as it was stored and be storable again: libplist hands over what an XML
+// list holds without checking that it is UTF-8, and its getters abort on a NUL.
+bool isFaithfulText(std::string_view text) {
+  return text.find('\0') == std::string_view::npos && isValidUtf8(text);
 }
 
 // libplist's plist_get_string_val asserts (aborts the process) on a string holding a NUL byte, so
-// the string is read in place with its length; such a string makes the whole list unreadable, as
-// the writer refuses it too.
+// the string is read in place with its length.
 std::optional<PropertyValue> convertString(plist_t node) {
   std::uint64_t length = 0;
   const char* text = plist_get_string_ptr(node, &length);
   if (text == nullptr) return std::nullopt;
   std::string value(text, static_cast<std::size_t>(length));
-  if (value.find('\0') != std::string::npos) return std::nullopt;
+  if (!isFaithfulText(value)) return std::nullopt;
   return PropertyValue(std::move(value));
 }
 
@@ -104,41 +79,106 @@ std::optional<PropertyValue> convertScalar(plist_t node, plist_type type) {
       plist_get_real_val(node, &number);
       return PropertyValue(number);
     }
-    case PLIST_DATE: {
-      std::int32_t seconds = 0, microseconds = 0;
-      plist_get_date_val(node, &seconds, &microseconds);
-      return PropertyValue(PropertyDate{seconds + microseconds / 1e6});
-    }
     default: return std::nullopt;
   }
 }
 
-// Recursion is bounded: only graphs that passed the depth checks reach libplist.
-std::optional<PropertyValue> convert(plist_t node) {
-  if (node == nullptr) return std::nullopt;
-  const plist_type type = plist_get_node_type(node);
-  switch (type) {
-    case PLIST_DICT: return convertDictionary(node);
-    case PLIST_ARRAY: return convertArray(node);
-    case PLIST_STRING: return convertString(node);
-    case PLIST_DATA: return convertData(node);
-    default: return convertScalar(node, type);
+// libplist nodes to typed values. Binary dates come from the bytes (`exactDates`, looked up by
+// the key libplist reports), as libplist keeps them only to the microsecond and garbles the
+// fraction of negative ones.
+class NodeConverter {
+ public:
+  explicit NodeConverter(const std::vector<double>& exactDates) {
+    for (const double date : exactDates) {
+      const auto [entry, inserted] = exactDates_.emplace(detail::libplistDateKey(date), date);
+      if (!inserted && !(entry->second == date)) entry->second = kAmbiguous;
+    }
   }
+
+  // Recursion is bounded: only graphs that passed the depth checks reach libplist.
+  std::optional<PropertyValue> convert(plist_t node) const {
+    if (node == nullptr) return std::nullopt;
+    const plist_type type = plist_get_node_type(node);
+    switch (type) {
+      case PLIST_DICT: return convertDictionary(node);
+      case PLIST_ARRAY: return convertArray(node);
+      case PLIST_STRING: return convertString(node);
+      case PLIST_DATA: return convertData(node);
+      case PLIST_DATE: return convertDate(node);
+      default: return convertScalar(node, type);
+    }
+  }
+
+ private:
+  // Two different dates that libplist reports alike: which one a node holds is unknown.
+  static constexpr double kAmbiguous = std::numeric_limits<double>::quiet_NaN();
+
+  std::optional<PropertyValue> convertDictionary(plist_t node) const;
+  std::optional<PropertyValue> convertArray(plist_t node) const;
+  std::optional<PropertyValue> convertDate(plist_t node) const;
+
+  std::map<std::int64_t, double> exactDates_;
+};
+
+std::optional<PropertyValue> NodeConverter::convertDictionary(plist_t node) const {
+  PropertyDictionary dictionary;
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(node, &iterator);
+  const std::unique_ptr<void, MallocFree> iteratorGuard(iterator);
+  while (true) {
+    char* rawKey = nullptr;
+    plist_t item = nullptr;
+    plist_dict_next_item(node, iterator, &rawKey, &item);
+    const std::unique_ptr<char, MallocFree> key(rawKey);
+    if (item == nullptr) break;
+    if (key == nullptr || !isFaithfulText(key.get())) return std::nullopt;
+    std::optional<PropertyValue> value = convert(item);
+    if (!value) return std::nullopt;
+    dictionary.insert_or_assign(key.get(), std::move(*value));
+  }
+  std::optional<PropertyValue> result(std::in_place);
+  result->value.emplace<PropertyDictionary>(std::move(dictionary));
+  return result;
+}
+
+std::optional<PropertyValue> NodeConverter::convertArray(plist_t node) const {
+  PropertyArray array;
+  const std::uint32_t size = plist_array_get_size(node);
+  array.reserve(size);
+  for (std::uint32_t i = 0; i < size; ++i) {
+    std::optional<PropertyValue> value = convert(plist_array_get_item(node, i));
+    if (!value) return std::nullopt;
+    array.push_back(std::move(*value));
+  }
+  return PropertyValue(std::move(array));
+}
+
+// XML dates are whole seconds, which libplist keeps exactly; a binary date missing from the
+// exact values, or ambiguous among them, makes the list unreadable.
+std::optional<PropertyValue> NodeConverter::convertDate(plist_t node) const {
+  std::int32_t seconds = 0, microseconds = 0;
+  plist_get_date_val(node, &seconds, &microseconds);
+  if (exactDates_.empty()) return PropertyValue(PropertyDate{static_cast<double>(seconds)});
+  const auto exact = exactDates_.find(detail::libplistDateKey(seconds, microseconds));
+  if (exact == exactDates_.end() || std::isnan(exact->second)) return std::nullopt;
+  return PropertyValue(PropertyDate{exact->second});
 }
 
 bool isBinaryPropertyList(std::string_view bytes) { return bytes.starts_with("bplist00"); }
 
-PlistNode parseWithinBounds(std::string_view bytes) {
+std::optional<PropertyValue> parseWithinBounds(std::string_view bytes) {
   plist_t root = nullptr;
   const auto length = static_cast<std::uint32_t>(bytes.size());
+  std::vector<double> exactDates;
   if (isBinaryPropertyList(bytes)) {
-    if (!detail::binaryPropertyListWithinBounds(bytes)) return nullptr;
+    if (!detail::binaryPropertyListWithinBounds(bytes, exactDates)) return std::nullopt;
     plist_from_bin(bytes.data(), length, &root);
   } else {
-    if (!detail::xmlPropertyListWithinBounds(bytes)) return nullptr;
+    if (!detail::xmlPropertyListWithinBounds(bytes)) return std::nullopt;
     plist_from_xml(bytes.data(), length, &root);
   }
-  return PlistNode(root);
+  const PlistNode guard(root);
+  return NodeConverter(exactDates).convert(root);
 }
 
 // The whole regular file at `path`, absent when it is missing, unreadable or too large (also when
@@ -178,8 +218,7 @@ class LibplistReader final : public PropertyListReader {
 
 std::optional<PropertyValue> parsePropertyList(std::string_view bytes) {
   if (bytes.empty() || bytes.size() > kMaxPropertyListBytes) return std::nullopt;
-  const PlistNode root = parseWithinBounds(bytes);
-  return convert(root.get());
+  return parseWithinBounds(bytes);
 }
 
 namespace linux_provider {

@@ -16,6 +16,12 @@ class BinaryPlistBuilder {
   using Ref = std::uint32_t;
 
   Ref string(std::string_view ascii) { return add(header(0x5, ascii.size()) + std::string(ascii)); }
+  // UTF-16 text given as code units (written big-endian); any units, paired or not.
+  Ref utf16String(const std::vector<std::uint16_t>& units) {
+    std::string object = header(0x6, units.size());
+    for (const std::uint16_t unit : units) object += bigEndian(unit, 2);
+    return add(std::move(object));
+  }
   Ref data(std::string_view bytes) { return add(header(0x4, bytes.size()) + std::string(bytes)); }
   Ref integer(std::int64_t value) {
     return add("\x13" + bigEndian(static_cast<std::uint64_t>(value), 8));
