@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace platform::detail {
@@ -72,7 +73,8 @@ std::vector<std::uint16_t> utf16Units(const std::string& text) {
   return units;
 }
 
-// Builds the object table depth first; every value becomes its own object (nothing is shared).
+// Builds the object table depth first. Equal scalars and texts become one shared object, so that a
+// value read from a list that shares objects is not written much larger than it was read.
 class BinaryWriter {
  public:
   std::optional<std::size_t> add(const PropertyValue& value, int depth);
@@ -83,9 +85,10 @@ class BinaryWriter {
     objects_.emplace_back();
     return objects_.size() - 1;
   }
-  std::size_t addObject(std::string object) {
-    objects_.push_back(std::move(object));
-    return objects_.size() - 1;
+  std::size_t addLeaf(std::string object) {
+    const auto [known, inserted] = leaves_.emplace(std::move(object), objects_.size());
+    if (inserted) objects_.push_back(known->first);
+    return known->second;
   }
   std::optional<std::size_t> addText(const std::string& text);
   std::optional<std::size_t> addDictionary(const PropertyDictionary& dictionary, int depth);
@@ -95,6 +98,7 @@ class BinaryWriter {
                               const std::vector<std::size_t>& references) const;
 
   std::vector<std::string> objects_;
+  std::unordered_map<std::string, std::size_t> leaves_;
   std::map<std::int64_t, double> datesByKey_;
 };
 
@@ -124,7 +128,7 @@ std::optional<std::size_t> BinaryWriter::addText(const std::string& text) {
     appendMarker(object, 0x6, units.size());
     for (const std::uint16_t unit : units) appendBigEndian(object, unit, 2);
   }
-  return addObject(std::move(object));
+  return addLeaf(std::move(object));
 }
 
 // Keys and values are written after the dictionary object itself, which refers to them.
@@ -178,7 +182,7 @@ std::optional<std::size_t> BinaryWriter::addScalar(const PropertyValue::Variant&
     object += '\x33';
     appendBigEndian(object, std::bit_cast<std::uint64_t>(seconds), 8);
   }
-  return addObject(std::move(object));
+  return addLeaf(std::move(object));
 }
 
 std::string BinaryWriter::containerObject(unsigned kind, std::size_t count,

@@ -186,5 +186,22 @@ TEST(PropertyListRoundTrip, SizeAndWidthBoundariesStoreUnchanged) {
   EXPECT_EQ(storedAndReadBack(original), original);
 }
 
+// A small list may refer to one long text thousands of times; written out once per reference it
+// would exceed what the reader accepts.
+TEST(PropertyListRoundTrip, SharedObjectsStayWithinTheReadableSize) {
+  BinaryPlistBuilder b;
+  const auto text = b.string(std::string(2000, 't'));
+  const auto date = b.date(-0.25);
+  std::vector<BinaryPlistBuilder::Ref> items(4000, text);
+  items.insert(items.end(), 100, date);
+  const std::optional<PropertyValue> read = parsePropertyList(b.finish(b.array(items)));
+  ASSERT_TRUE(read.has_value());
+  ASSERT_EQ(read->array()->size(), 4100u);
+  const std::optional<Bytes> encoded = detail::encodeBinaryPropertyList(*read);
+  ASSERT_TRUE(encoded.has_value());
+  EXPECT_LT(encoded->size(), 64u * 1024);
+  EXPECT_EQ(parsePropertyList(toString(*encoded)), read);
+}
+
 }  // namespace
 }  // namespace platform
