@@ -1,10 +1,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "FileRecheck.h"
 #include "LinuxProviders.h"
 #include "platform/Bundle.h"
 
@@ -38,26 +40,6 @@ bool isRegularFile(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
-// What identifies one version of a file without reading it.
-struct FileStamp {
-  dev_t device = 0;
-  ino_t inode = 0;
-  off_t size = 0;
-  timespec modified{};
-  timespec changed{};
-
-  static std::optional<FileStamp> of(const std::string& path) {
-    struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
-    return FileStamp{info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
-  }
-  bool operator==(const FileStamp& other) const {
-    return device == other.device && inode == other.inode && size == other.size &&
-           modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec &&
-           changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
-  }
-};
-
 class DirectoryMainBundle final : public MainBundle {
  public:
   std::optional<std::string> pathForResource(std::string_view name,
@@ -68,15 +50,24 @@ class DirectoryMainBundle final : public MainBundle {
     return path;
   }
 
-  // Every report asks for the info dictionary twice; the file is parsed again only when a stat
-  // shows that it changed.
+  // Every report asks for the info dictionary several times; the file is parsed again only when
+  // a stat shows that it changed, and stat-ed at most once per recheck interval (at once when the
+  // bundle directory is another).
   std::optional<PropertyDictionary> infoDictionary() override {
     const std::string path = bundleDirectory() + "/Info.plist";
-    const std::optional<FileStamp> stamp = FileStamp::of(path);
+    const auto now = std::chrono::steady_clock::now();
+    {
+      std::lock_guard lock(cacheMutex_);
+      if (cachedPath_ == path && cachedStamp_ && !recheck_.isDue(now)) return cachedInfo_;
+    }
+    const std::optional<detail::FileStamp> stamp = detail::FileStamp::of(path);
     if (!stamp) return std::nullopt;
     {
       std::lock_guard lock(cacheMutex_);
-      if (cachedPath_ == path && cachedStamp_ == stamp) return cachedInfo_;
+      if (cachedPath_ == path && cachedStamp_ == stamp) {
+        recheck_.checked(now);
+        return cachedInfo_;
+      }
     }
     std::optional<PropertyValue> info = linux_provider::propertyListReader().readFile(path);
     std::optional<PropertyDictionary> dictionary;
@@ -87,6 +78,7 @@ class DirectoryMainBundle final : public MainBundle {
     cachedPath_ = path;
     cachedStamp_ = stamp;
     cachedInfo_ = dictionary;
+    recheck_.checked(now);
     return dictionary;
   }
 
@@ -101,8 +93,9 @@ class DirectoryMainBundle final : public MainBundle {
  private:
   std::mutex cacheMutex_;
   std::string cachedPath_;                        // guarded by cacheMutex_
-  std::optional<FileStamp> cachedStamp_;          // guarded by cacheMutex_
+  std::optional<detail::FileStamp> cachedStamp_;  // guarded by cacheMutex_
   std::optional<PropertyDictionary> cachedInfo_;  // guarded by cacheMutex_
+  detail::RecheckTimer recheck_;                  // guarded by cacheMutex_
 };
 
 class BuildConstantsKitBundle final : public KitBundle {

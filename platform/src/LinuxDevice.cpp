@@ -22,6 +22,7 @@
 #include <mutex>
 #include <vector>
 
+#include "FileRecheck.h"
 #include "LinuxProviders.h"
 #include "VendorIdentifier.h"
 #include "platform/UserDefaults.h"
@@ -98,18 +99,21 @@ std::optional<std::string> osReleaseValue(const std::string& file, std::string_v
   return osReleaseValue(std::string_view(text), key);
 }
 
-// A small file's text, read again only when a stat shows another file, size or time stamp:
-// os-release is read for every report, and changes perhaps once in a machine's life.
+// A small file's text, read again only when a stat shows another file, size or time stamp, and
+// stat-ed at most once per recheck interval: os-release is read for every report, and changes
+// perhaps once in a machine's life.
 class StatValidatedFile {
  public:
   explicit StatValidatedFile(std::string path) : path_(std::move(path)) {}
 
   std::optional<std::string> text() {
-    struct stat info {};
-    if (::stat(path_.c_str(), &info) != 0) return std::nullopt;
-    const Stamp stamp{info.st_dev,         info.st_ino,          info.st_size,
-                      info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ctim.tv_sec,
-                      info.st_ctim.tv_nsec};
+    const auto now = std::chrono::steady_clock::now();
+    {
+      std::lock_guard lock(mutex_);
+      if (text_ && !recheck_.isDue(now)) return text_;
+    }
+    const std::optional<FileStamp> stamp = FileStamp::of(path_);
+    if (!stamp) return std::nullopt;
     std::lock_guard lock(mutex_);
     if (!text_ || stamp != stamp_) {
       std::ifstream stream(path_, std::ios::binary);
@@ -117,25 +121,16 @@ class StatValidatedFile {
       text_.emplace((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
       stamp_ = stamp;
     }
+    recheck_.checked(now);
     return text_;
   }
 
  private:
-  struct Stamp {
-    dev_t device;
-    ino_t inode;
-    off_t size;
-    time_t modifiedSeconds;
-    long modifiedNanoseconds;
-    time_t changedSeconds;
-    long changedNanoseconds;
-    bool operator==(const Stamp&) const = default;
-  };
-
   const std::string path_;
   std::mutex mutex_;
   std::optional<std::string> text_;  // guarded by mutex_
-  Stamp stamp_{};                    // guarded by mutex_
+  std::optional<FileStamp> stamp_;   // guarded by mutex_
+  RecheckTimer recheck_;             // guarded by mutex_
 };
 
 utsname unameFields() {

@@ -2,6 +2,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <ctime>
@@ -12,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../../platform/src/FileRecheck.h"
 #include "../../platform/src/LinuxDevice.h"
 #include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/VendorIdentifier.h"
@@ -37,6 +39,22 @@ void writeFile(const std::string& root, const std::string& relative, std::string
   std::filesystem::create_directories(path.parent_path());
   std::ofstream(path) << content;
 }
+
+// Kept files (os-release, Info.plist) are looked at again on every use while it lives, so that a
+// test can rewrite them in place and read the new text at once.
+class RecheckInterval {
+ public:
+  explicit RecheckInterval(std::chrono::steady_clock::duration interval)
+      : saved_(detail::fileRecheckInterval()) {
+    detail::setFileRecheckInterval(interval);
+  }
+  ~RecheckInterval() { detail::setFileRecheckInterval(saved_); }
+  RecheckInterval(const RecheckInterval&) = delete;
+  RecheckInterval& operator=(const RecheckInterval&) = delete;
+
+ private:
+  std::chrono::steady_clock::duration saved_;
+};
 
 class MainBundleDirectory {
  public:
@@ -69,6 +87,7 @@ TEST(LinuxMainBundle, FindsResourcesAndInfoInTheConfiguredDirectory) {
 
 TEST(LinuxMainBundle, InfoThatIsMissingOrNotADictionaryGivesNothing) {
   TempDirectory dir;
+  RecheckInterval everyUse(std::chrono::steady_clock::duration::zero());
   MainBundleDirectory guard(dir.path());
   MainBundle& bundle = linux_provider::mainBundle();
   EXPECT_FALSE(bundle.infoDictionary().has_value());
@@ -233,6 +252,7 @@ class FakeSysfs : public ::testing::Test {
     writeFile(sys_.path(), relative, content);
   }
   TempDirectory sys_;
+  RecheckInterval everyUse_{std::chrono::steady_clock::duration::zero()};
 };
 
 TEST_F(FakeSysfs, BatteryReadingsOnlyWhileMonitoring) {
@@ -297,6 +317,39 @@ TEST_F(FakeSysfs, SystemNameAndVersionFromOsRelease) {
   ::uname(&fields);
   EXPECT_EQ(device->systemName(), fields.sysname);
   EXPECT_EQ(device->systemVersion(), fields.release);
+}
+
+// Within the recheck interval a kept file is not looked at, even when it changed; after it, or
+// for another bundle directory, the new text is read.
+TEST_F(FakeSysfs, KeptFilesAreLookedAtAgainAfterTheRecheckInterval) {
+  TempDirectory bundleDir;
+  const auto info = [](const std::string& identifier) {
+    return xmlPlist("<dict><key>CFBundleIdentifier</key><string>" + identifier +
+                    "</string></dict>");
+  };
+  bundleDir.write("Info.plist", info("com.example.first"));
+  write("os-release", "NAME=\"First\"\n");
+  MainBundleDirectory guard(bundleDir.path());
+  MainBundle& bundle = linux_provider::mainBundle();
+  const auto device = detail::makeLinuxCurrentDevice(files());
+  EXPECT_EQ(bundle.bundleIdentifier(), "com.example.first");
+  EXPECT_EQ(device->systemName(), "First");
+
+  {
+    RecheckInterval anHour(std::chrono::hours(1));
+    bundleDir.write("Info.plist", info("com.example.second"));
+    write("os-release", "NAME=\"Second\"\n");
+    EXPECT_EQ(bundle.bundleIdentifier(), "com.example.first");
+    EXPECT_EQ(device->systemName(), "First");
+
+    TempDirectory otherBundle;
+    otherBundle.write("Info.plist", info("com.example.other"));
+    MainBundleDirectory moved(otherBundle.path());
+    EXPECT_EQ(bundle.bundleIdentifier(), "com.example.other");
+  }
+  MainBundleDirectory back(bundleDir.path());
+  EXPECT_EQ(bundle.bundleIdentifier(), "com.example.second");
+  EXPECT_EQ(device->systemName(), "Second");
 }
 
 TEST_F(FakeSysfs, OperatingSystemVersionParts) {
