@@ -8,11 +8,14 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -117,6 +120,74 @@ constexpr const char* kStatementSql[kStatementKinds] = {
     "SELECT key, value FROM entries",
 };
 
+// The committed state of a WAL database as every connection to it sees it: the wal-index header
+// at the start of the shared-memory (-shm) file. SQLite rewrites it on every commit, WAL restart
+// and recovery, in this process or in any other, and its layout is the documented one that all
+// SQLite versions sharing a database agree on. Two equal readings mean nothing was committed in
+// between, so a value read in between is still the stored one: the suite can answer repeated
+// reads from memory without a read transaction, yet still see the extension's writes at once.
+class WalIndexHeader {
+ public:
+  static constexpr std::size_t kWords = 12;  // one 48-byte copy; SQLite keeps two, back to back
+  using Reading = std::array<std::uint32_t, kWords>;
+
+  // Points at the connection's own mapping of the -shm file. Call with the connection in WAL
+  // mode and unused by other threads; the mapping lives as long as the connection.
+  void attach(sqlite3* db) {
+    header_ = nullptr;
+    sqlite3_file* file = nullptr;
+    if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+        file == nullptr || file->pMethods == nullptr || file->pMethods->iVersion < 2 ||
+        file->pMethods->xShmMap == nullptr) {
+      return;
+    }
+    constexpr int kWalIndexPageBytes = 32768;
+    volatile void* region = nullptr;
+    if (file->pMethods->xShmMap(file, 0, kWalIndexPageBytes, 0, &region) != SQLITE_OK) return;
+    header_ = static_cast<std::uint32_t*>(const_cast<void*>(region));
+  }
+  void detach() { header_ = nullptr; }
+
+  // The header, or nothing while a writer is between its two copies, before the header is
+  // initialised, or when there is no mapping to read.
+  std::optional<Reading> read() const {
+    if (header_ == nullptr) return std::nullopt;
+    Reading first{};
+    Reading second{};
+    // A writer fills the second copy, then the first; reading in the other order and comparing
+    // catches a write in progress (the same protocol SQLite's own readers follow).
+    for (std::size_t i = 0; i < kWords; ++i) first[i] = load(i);
+    std::atomic_thread_fence(std::memory_order_acquire);
+    for (std::size_t i = 0; i < kWords; ++i) second[i] = load(kWords + i);
+    constexpr std::size_t kIsInitByte = 12;
+    if (first != second || reinterpret_cast<const unsigned char*>(first.data())[kIsInitByte] == 0) {
+      return std::nullopt;
+    }
+    return first;
+  }
+
+ private:
+  std::uint32_t load(std::size_t word) const {
+    return std::atomic_ref<std::uint32_t>(header_[word]).load(std::memory_order_relaxed);
+  }
+
+  std::uint32_t* header_ = nullptr;
+};
+
+bool isInWalMode(sqlite3* db) {
+  sqlite3_stmt* statement = nullptr;
+  if (sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &statement, nullptr) != SQLITE_OK) {
+    return false;
+  }
+  bool wal = false;
+  if (sqlite3_step(statement) == SQLITE_ROW) {
+    const unsigned char* mode = sqlite3_column_text(statement, 0);
+    wal = mode != nullptr && std::string_view(reinterpret_cast<const char*>(mode)) == "wal";
+  }
+  sqlite3_finalize(statement);
+  return wal;
+}
+
 sqlite3* openDatabase(const std::string& path) {
   if (!preparePrivateFile(path)) return nullptr;
   sqlite3* db = nullptr;
@@ -177,17 +248,21 @@ class SqliteSuite final : public UserDefaultsSuite {
 
   std::optional<PropertyValue> object(std::string_view key) override {
     std::lock_guard lock(mutex_);
-    Statement select(prepared(kSelectOne));
-    if (!select) return std::nullopt;
-    select.bindText(1, key);
-    if (sqlite3_step(select.get()) != SQLITE_ROW) return std::nullopt;
-    return parsePropertyList(select.blob(0));
+    if (connection() == nullptr) return std::nullopt;
+    const std::optional<WalIndexHeader::Reading> before = walIndex_.read();
+    if (before && before == cachedAt_) {
+      if (auto hit = cache_.find(key); hit != cache_.end()) return hit->second;
+    }
+    std::optional<PropertyValue> value = readObject(key);
+    if (before && before == walIndex_.read()) remember(*before, key, value);
+    return value;
   }
 
   void set(std::string_view key, const PropertyValue& value) override {
     const std::optional<Bytes> encoded = detail::encodeBinaryPropertyList(value);
     if (!encoded || encoded->size() > detail::kMaxPropertyListBytes) return;
     std::lock_guard lock(mutex_);
+    forgetCache();
     Statement upsert(prepared(kUpsert));
     if (!upsert) return;
     upsert.bindText(1, key);
@@ -197,6 +272,7 @@ class SqliteSuite final : public UserDefaultsSuite {
 
   void remove(std::string_view key) override {
     std::lock_guard lock(mutex_);
+    forgetCache();
     Statement removal(prepared(kDelete));
     if (!removal) return;
     removal.bindText(1, key);
@@ -216,15 +292,45 @@ class SqliteSuite final : public UserDefaultsSuite {
   }
 
  private:
+  // Entries remembered per committed state; the kit reads a handful of keys.
+  static constexpr std::size_t kMaxCachedEntries = 32;
+
+  std::optional<PropertyValue> readObject(std::string_view key) {
+    Statement select(prepared(kSelectOne));
+    if (!select) return std::nullopt;
+    select.bindText(1, key);
+    if (sqlite3_step(select.get()) != SQLITE_ROW) return std::nullopt;
+    return parsePropertyList(select.blob(0));
+  }
+
+  void remember(const WalIndexHeader::Reading& state, std::string_view key,
+                const std::optional<PropertyValue>& value) {
+    if (cachedAt_ != state || cache_.size() >= kMaxCachedEntries) {
+      cache_.clear();
+      cachedAt_ = state;
+    }
+    cache_.insert_or_assign(std::string(key), value);
+  }
+
+  void forgetCache() {
+    cache_.clear();
+    cachedAt_.reset();
+  }
+
   sqlite3* connection() {
     const unsigned generation = currentForkGeneration();
     if (openedIn_ != generation) {
       // The parent's connection and statements, if any, are the parent's to close.
       db_ = nullptr;
       statements_.fill(nullptr);
+      walIndex_.detach();
+      forgetCache();
       openedIn_ = generation;
     }
-    if (db_ == nullptr) db_ = openDatabase(path_);
+    if (db_ == nullptr) {
+      db_ = openDatabase(path_);
+      if (db_ != nullptr && isInWalMode(db_)) walIndex_.attach(db_);
+    }
     return db_;
   }
 
@@ -244,6 +350,10 @@ class SqliteSuite final : public UserDefaultsSuite {
   sqlite3* db_ = nullptr;  // guarded by mutex_
   unsigned openedIn_ = 0;  // guarded by mutex_: the fork generation db_ belongs to
   std::array<sqlite3_stmt*, kStatementKinds> statements_{};  // guarded by mutex_, of db_
+  WalIndexHeader walIndex_;                                  // guarded by mutex_, of db_
+  // Values read at the committed state cachedAt_ (absent values too); guarded by mutex_.
+  std::optional<WalIndexHeader::Reading> cachedAt_;
+  std::map<std::string, std::optional<PropertyValue>, std::less<>> cache_;
 };
 
 class SqliteUserDefaultsStore final : public UserDefaultsStore {
