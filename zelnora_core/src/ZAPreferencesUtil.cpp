@@ -1,5 +1,7 @@
 #include "zelnora_core/ZAPreferencesUtil.h"
 
+#include <mutex>
+
 #include "PreferencesKeys.h"
 #include "TextUtil.h"
 #include "platform/Services.h"
@@ -31,11 +33,35 @@ std::optional<platform::Bytes> readBytes(const char* key) {
   return *value->data();
 }
 
+// The last bytes of one record type and what they decoded to: every report reads the same stored
+// records, and decoding them again cost more than comparing a few hundred bytes.
+template <typename Record>
+class RememberedDecoding {
+ public:
+  std::optional<Record> decode(const platform::Bytes& bytes) {
+    {
+      std::lock_guard lock(mutex_);
+      if (bytes_ && *bytes_ == bytes) return record_;
+    }
+    std::optional<Record> record = Record::fromJson(bytes);
+    std::lock_guard lock(mutex_);
+    bytes_ = bytes;
+    record_ = record;
+    return record;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::optional<platform::Bytes> bytes_;  // guarded by mutex_
+  std::optional<Record> record_;          // guarded by mutex_
+};
+
 template <typename Record>
 std::optional<Record> readRecord(const char* key) {
   auto bytes = readBytes(key);
   if (!bytes) return std::nullopt;
-  return Record::fromJson(*bytes);
+  static RememberedDecoding<Record>* const remembered = new RememberedDecoding<Record>();
+  return remembered->decode(*bytes);
 }
 
 void store(const char* key, const platform::PropertyValue& value) {
