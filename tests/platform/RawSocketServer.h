@@ -22,9 +22,11 @@ class RawSocketServer {
  public:
   class Connection {
    public:
-    Connection(int fd, RawSocketServer& server) : fd_(fd), server_(server) {}
+    Connection(int fd, RawSocketServer& server) : fd_(fd), server_(server) { server_.track(fd_); }
     ~Connection() {
-      if (fd_ >= 0) ::close(fd_);
+      if (fd_ < 0) return;
+      server_.untrack(fd_);
+      ::close(fd_);
     }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -66,6 +68,7 @@ class RawSocketServer {
     void reset() {
       const linger abortive{1, 0};
       ::setsockopt(fd_, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
+      server_.untrack(fd_);
       ::close(fd_);
       fd_ = -1;
     }
@@ -98,6 +101,12 @@ class RawSocketServer {
     release();
     [[maybe_unused]] const ssize_t woken = ::write(stopPipe_[1], "x", 1);
     acceptor_.join();
+    {
+      // A connection the client opened but never used (or keeps idle) would hold its handler
+      // in recv for ever: end every open one so the handlers return.
+      std::lock_guard lock(mutex_);
+      for (const int fd : open_) ::shutdown(fd, SHUT_RDWR);
+    }
     for (auto& connection : connections_) connection.join();
     ::close(listener_);
     ::close(stopPipe_[0]);
@@ -140,6 +149,15 @@ class RawSocketServer {
     }
   }
 
+  void track(int fd) {
+    std::lock_guard lock(mutex_);
+    open_.push_back(fd);
+  }
+  void untrack(int fd) {
+    std::lock_guard lock(mutex_);
+    std::erase(open_, fd);
+  }
+
   void recordHead(const std::string& head) {
     std::lock_guard lock(mutex_);
     heads_.push_back(head);
@@ -160,6 +178,7 @@ class RawSocketServer {
   std::condition_variable releasedSignal_;
   bool released_ = false;           // guarded by mutex_
   std::vector<std::string> heads_;  // guarded by mutex_
+  std::vector<int> open_;           // guarded by mutex_: connections not yet closed
 };
 
 }  // namespace platform::testing
