@@ -58,10 +58,10 @@ class DirectoryMainBundle final : public MainBundle {
     const auto now = std::chrono::steady_clock::now();
     {
       std::lock_guard lock(cacheMutex_);
-      if (cachedPath_ == path && cachedStamp_ && !recheck_.isDue(now)) return cachedInfo_;
+      if (cachedPath_ == path && !recheck_.isDue(now)) return cachedInfo_;
     }
+    // A missing file is a reading too (no stamp, no dictionary), kept like any other.
     const std::optional<detail::FileStamp> stamp = detail::FileStamp::of(path);
-    if (!stamp) return std::nullopt;
     {
       std::lock_guard lock(cacheMutex_);
       if (cachedPath_ == path && cachedStamp_ == stamp) {
@@ -69,7 +69,8 @@ class DirectoryMainBundle final : public MainBundle {
         return cachedInfo_;
       }
     }
-    std::optional<PropertyValue> info = linux_provider::propertyListReader().readFile(path);
+    std::optional<PropertyValue> info =
+        stamp ? linux_provider::propertyListReader().readFile(path) : std::nullopt;
     std::optional<PropertyDictionary> dictionary;
     if (info && info->dictionary() != nullptr) {
       dictionary = std::get<PropertyDictionary>(std::move(info->value));

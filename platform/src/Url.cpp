@@ -82,28 +82,29 @@ std::optional<int> parsePort(std::string_view digits) {
   return port;
 }
 
-}  // namespace
-
-std::optional<Url> Url::parse(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos || leadingScheme(text).empty()) {
-    return std::nullopt;
-  }
-  std::string owned(text);
-  if (!curlParse(owned)) return std::nullopt;
-  return Url(std::move(owned));
-}
-
-std::optional<std::string> Url::host() const {
-  auto handle = curlParse(text_);
-  if (!handle) return std::nullopt;
+// The host without port or brackets; absent when the URL has none.
+std::optional<std::string> hostOf(CURLU* handle) {
   char* raw = nullptr;
-  if (curl_url_get(handle.get(), CURLUPART_HOST, &raw, CURLU_URLDECODE) != CURLUE_OK || !raw) {
+  if (curl_url_get(handle, CURLUPART_HOST, &raw, CURLU_URLDECODE) != CURLUE_OK || !raw) {
     return std::nullopt;
   }
   std::string host = stripBrackets(raw);
   curl_free(raw);
   if (host.empty()) return std::nullopt;
   return host;
+}
+
+}  // namespace
+
+// The host is taken at parse time: every request asks for it, and parsing is most of its cost.
+std::optional<Url> Url::parse(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos || leadingScheme(text).empty()) {
+    return std::nullopt;
+  }
+  std::string owned(text);
+  const CurlUrlHandle handle = curlParse(owned);
+  if (!handle) return std::nullopt;
+  return Url(std::move(owned), hostOf(handle.get()));
 }
 
 namespace {

@@ -20,13 +20,15 @@ class ZELNORA_PLATFORM_EXPORT Url {
 
   const std::string& absoluteString() const { return text_; }
   /// The host without port, brackets kept off IPv6 literals; absent when the URL has none.
-  std::optional<std::string> host() const;
+  const std::optional<std::string>& host() const { return host_; }
 
-  bool operator==(const Url&) const = default;
+  bool operator==(const Url& other) const { return text_ == other.text_; }
 
  private:
-  explicit Url(std::string text) : text_(std::move(text)) {}
+  Url(std::string text, std::optional<std::string> host)
+      : text_(std::move(text)), host_(std::move(host)) {}
   std::string text_;
+  std::optional<std::string> host_;  // derived from text_ when parsed
 };
 
 using QueryItem = std::pair<std::string, std::string>;
