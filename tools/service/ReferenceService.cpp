@@ -196,6 +196,9 @@ int ReferenceService::start() {
   server_->set_tcp_nodelay(true);
   // Short keep-alive so that stop() does not wait long on idle client connections.
   server_->set_keep_alive_timeout(1);
+  // The server library closes a connection after 5 requests by default, which made a client
+  // open a new connection for every fifth report; a production front end allows far more.
+  server_->set_keep_alive_max_count(1000);
   auto route = [this](const httplib::Request& request, httplib::Response& response) {
     ServiceAnswer answer;
     handle(recordOf(request), answer);
