@@ -1,5 +1,6 @@
 #include "DeviceCatalog/Device.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "DeviceAccess.h"
@@ -58,6 +59,15 @@ const ModelRow* DeviceAccess::listedRow(const Device& device, bool wrapped) {
   return &row(*form.model);
 }
 
+const ModelRow* DeviceAccess::listedOrSimulatedRow(const Device& device) {
+  // One look at the description serves both depths: an unknown value's costs a table lookup.
+  const EquivalentForm form = device.isUnknown_
+                                  ? equivalentForm(device)
+                                  : EquivalentForm{device.simulatorDepth_, device.model_, {}};
+  if (!form.model || form.simulatorDepth > 1) return nullptr;
+  return &row(*form.model);
+}
+
 }  // namespace detail
 
 Device Device::simulator(Device simulated) {
@@ -68,7 +78,12 @@ Device Device::simulator(Device simulated) {
 Device Device::unknown(std::string_view identifier) {
   Device device(Model{});
   device.isUnknown_ = true;
-  device.unknownIdentifier_.assign(identifier.begin(), identifier.end());
+  if (identifier.size() <= kInlineIdentifierBytes) {
+    std::copy(identifier.begin(), identifier.end(), device.unknownInline_.begin());
+    device.unknownInlineSize_ = static_cast<std::uint8_t>(identifier.size());
+  } else {
+    device.unknownLong_.assign(identifier.begin(), identifier.end());
+  }
   return device;
 }
 
@@ -96,6 +111,12 @@ Device Device::realDevice(const Device& from) {
 bool operator==(const Device& lhs, const Device& rhs) {
   if (!lhs.isUnknown_ && !rhs.isUnknown_) {
     return lhs.simulatorDepth_ == rhs.simulatorDepth_ && lhs.model_ == rhs.model_;
+  }
+  // The same unknown text at the same depth reads the same, whatever it spells.
+  if (lhs.isUnknown_ && rhs.isUnknown_ && lhs.simulatorDepth_ == rhs.simulatorDepth_ &&
+      detail::DeviceAccess::innermostUnknownText(lhs) ==
+          detail::DeviceAccess::innermostUnknownText(rhs)) {
+    return true;
   }
   return detail::DeviceAccess::equivalentForm(lhs) == detail::DeviceAccess::equivalentForm(rhs);
 }

@@ -33,12 +33,16 @@ struct DeviceAccess {
     return device.isUnknown_ ? nullptr : &row(device.model_);
   }
   static std::string_view innermostUnknownText(const Device& device) {
-    return {device.unknownIdentifier_.data(), device.unknownIdentifier_.size()};
+    if (!device.unknownLong_.empty())
+      return {device.unknownLong_.data(), device.unknownLong_.size()};
+    return {device.unknownInline_.data(), device.unknownInlineSize_};
   }
   static EquivalentForm equivalentForm(const Device& device);
   // The row of the model whose description this value's description equals, plain or wrapped
   // once as a simulator (`wrapped`); null when there is none.
   static const ModelRow* listedRow(const Device& device, bool wrapped);
+  // The row a value lists as, plain or wrapped once as a simulator (either); null when none.
+  static const ModelRow* listedOrSimulatedRow(const Device& device);
 };
 
 // Whether `device` equals Device::current(), the current-device check of the status members.

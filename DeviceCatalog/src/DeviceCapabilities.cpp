@@ -53,11 +53,8 @@ std::vector<Device> simulatorsOf(const std::vector<Device>& devices) {
 // The group rule: a member of the group, or of the group with every member wrapped as a
 // simulator. Equality is by description, so an `unknown` spelling a member's name counts too.
 bool isListedOrSimulated(const Device& device, RowTest test) {
-  for (bool wrapped : {false, true}) {
-    const ModelRow* row = DeviceAccess::listedRow(device, wrapped);
-    if (row != nullptr && test(*row)) return true;
-  }
-  return false;
+  const ModelRow* row = DeviceAccess::listedOrSimulatedRow(device);
+  return row != nullptr && test(*row);
 }
 
 // The camera bits of a model value; every simulator and unknown value has no camera.

@@ -66,12 +66,27 @@ const std::string& storedIdentifier() {
 
 // What a simulator imitates, looked up one level deep: a variable that names a simulator
 // identifier again is not followed (it would lead back here without end) and stays unknown.
+Device simulatedDeviceNamed(const std::string& name) {
+  if (auto model = detail::modelForIdentifier(name)) return *model;
+  return Device::unknown(name);
+}
+
+// The variable is read on every call (it may change), but the device it names is kept per thread
+// for the last value seen: Device::current() on a simulator runs for every predicate.
 Device simulatedDevice() {
+  struct Remembered {
+    std::string name;
+    std::optional<Device> device;
+  };
+  thread_local Remembered remembered;
   const std::string name = platform::processInfo()
                                .environment(kSimulatorModelVariable)
                                .value_or(std::string(kSimulatorFallbackIdentifier));
-  if (auto model = detail::modelForIdentifier(name)) return *model;
-  return Device::unknown(name);
+  if (!remembered.device || remembered.name != name) {
+    remembered.device = simulatedDeviceNamed(name);
+    remembered.name = name;
+  }
+  return *remembered.device;
 }
 
 }  // namespace

@@ -31,7 +31,9 @@ TEST(MapToDevice, IdentifiersThatAreEasilyConfused) {
 TEST(MapToDevice, AnythingNotInTheTableIsUnknownCarryingTheExactText) {
   for (const std::string& identifier : std::vector<std::string>{
            "iphone15,2", " iPhone15,2", "iPhone15,2 ", "iPhone99,1", "", "iPhone15", "iPhone15,2\n",
-           std::string("iPhone15,2\0", 11), "iOS", "I386", "x86-64"}) {
+           std::string("iPhone15,2\0", 11), "iOS", "I386", "x86-64",
+           // Either side of the length kept inside the value itself.
+           std::string(31, 'a'), std::string(32, 'a'), std::string(300, 'z')}) {
     const Device mapped = Device::mapToDevice(identifier);
     EXPECT_EQ(mapped.kind(), Device::Kind::unknown) << identifier;
     EXPECT_EQ(mapped.unknownIdentifier(), identifier);
@@ -122,6 +124,10 @@ TEST(DeviceEquality, FollowsTheDescriptions) {
            {Device::unknown("a"), Device::unknown("a"), true},
            {Device::unknown("a"), Device::unknown("b"), false},
            {Device::unknown(""), Device::unknown(""), true},
+           {Device::unknown(std::string(31, 'a')), Device::unknown(std::string(32, 'a')), false},
+           {Device::unknown(std::string(32, 'a')), Device::unknown(std::string(32, 'a')), true},
+           {Device::simulator(Device::unknown(std::string(40, 'b'))),
+            Device::unknown("Simulator (" + std::string(40, 'b') + ")"), true},
            {Device::simulator(Device::unknown("iOS")), Device::unknown("Simulator (iOS)"), true},
            {Device::simulator(x), Device::unknown("Simulator (iPhone X)"), true},
            {Device::simulator(Device::unknown("iPhone X")), Device::simulator(x), true},

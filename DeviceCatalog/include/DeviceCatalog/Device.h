@@ -10,6 +10,7 @@
 /// \endcode
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -230,9 +231,14 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   bool isUnknown_ = false;
   /// How many `simulator` levels wrap the innermost value.
   std::size_t simulatorDepth_ = 0;
-  /// The innermost `unknown` identifier. A vector rather than a string keeps the model constants
+  /// The innermost `unknown` identifier: a short one (nearly all are) in place, so that copying
+  /// the value never allocates (Device::current() is copied for every predicate); a longer one in
+  /// the vector. An array and a vector rather than a string keep the model constants
   /// constant-initialised with every toolchain we build with.
-  std::vector<char> unknownIdentifier_;
+  static constexpr std::size_t kInlineIdentifierBytes = 31;
+  std::array<char, kInlineIdentifierBytes> unknownInline_{};
+  std::uint8_t unknownInlineSize_ = 0;
+  std::vector<char> unknownLong_;
 
   friend struct detail::DeviceAccess;
 };
