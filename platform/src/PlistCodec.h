@@ -29,7 +29,9 @@ bool binaryPropertyListWithinBounds(std::string_view bytes, std::vector<double>&
 bool xmlPropertyListWithinBounds(std::string_view text);
 
 // True for dates (seconds since 2001) that libplist can carry: finite, with whole seconds that
-// fit 32 bits once truncated toward zero. Both reading and writing refuse other dates.
+// fit 32 bits once truncated toward zero. Reading refuses other dates; writing refuses them too,
+// and also those it cannot hand libplist as 32-bit seconds below the date plus microseconds
+// (before -2^31 s, or at 2^31 - 0.5 µs and later).
 bool isCarriableDate(double secondsSinceReferenceDate);
 
 // How libplist 2.2 reports a binary date it reads: whole seconds and microseconds, both truncated
@@ -39,9 +41,16 @@ bool isCarriableDate(double secondsSinceReferenceDate);
 std::int64_t libplistDateKey(std::int32_t wholeSeconds, std::int32_t microseconds);
 std::int64_t libplistDateKey(double carriableSecondsSinceReferenceDate);
 
-// The binary property-list encoding of `value`, dates stored exactly; absent when it cannot be
-// encoded (text that is not UTF-8 or holds NUL, a date that is not carriable or shares its
-// libplist key with a different date in the value, nesting deeper than kMaxPropertyListDepth).
+// The binary property-list encoding of `value`, written by libplist. Dates are kept to the
+// microsecond: a date d is stored as the double libplist makes of s = floor(d) seconds plus
+// u = round((d - s) * 1e6) microseconds, so it reads back within 0.5 µs + 2^-23 s (under 0.62 µs;
+// the 2^-23 s is libplist's rounding of the sum), and a date read back stores as the same s and u
+// again: nothing drifts. Absent when the value could not be read back as stored: text that is not
+// UTF-8 or holds NUL, a date outside the range above or one whose stored value shares its libplist
+// key with a different stored date in the value, nesting deeper than kMaxPropertyListDepth, more
+// than kMaxPropertyListValues values, or output longer than kMaxPropertyListBytes.
+// libplist writes equal texts, numbers and dates once, but equal data objects only now and then
+// (it finds them by address), so such a value's bytes and length can differ between calls.
 std::optional<Bytes> encodeBinaryPropertyList(const PropertyValue& value);
 
 }  // namespace platform::detail

@@ -141,12 +141,19 @@ std::optional<PropertyValue> NodeConverter::convertDictionary(plist_t node) cons
   return result;
 }
 
+// Walked with an iterator: libplist 2.2 finds the item at an index by walking the list from the
+// start, which made reading a long array take quadratic time (a minute for 2^18 items).
 std::optional<PropertyValue> NodeConverter::convertArray(plist_t node) const {
   PropertyArray array;
-  const std::uint32_t size = plist_array_get_size(node);
-  array.reserve(size);
-  for (std::uint32_t i = 0; i < size; ++i) {
-    std::optional<PropertyValue> value = convert(plist_array_get_item(node, i));
+  array.reserve(plist_array_get_size(node));
+  plist_array_iter iterator = nullptr;
+  plist_array_new_iter(node, &iterator);
+  const std::unique_ptr<void, MallocFree> iteratorGuard(iterator);
+  while (true) {
+    plist_t item = nullptr;
+    plist_array_next_item(node, iterator, &item);
+    if (item == nullptr) break;
+    std::optional<PropertyValue> value = convert(item);
     if (!value) return std::nullopt;
     array.push_back(std::move(*value));
   }
