@@ -114,8 +114,8 @@ class Statement {
 enum StatementKind { kSelectOne, kUpsert, kDelete, kSelectAll, kStatementKinds };
 constexpr const char* kStatementSql[kStatementKinds] = {
     "SELECT value FROM entries WHERE key = ?1",
-    "INSERT INTO entries (key, value) VALUES (?1, ?2) "
-    "ON CONFLICT (key) DO UPDATE SET value = excluded.value",
+    ("INSERT INTO entries (key, value) VALUES (?1, ?2) "
+     "ON CONFLICT (key) DO UPDATE SET value = excluded.value"),
     "DELETE FROM entries WHERE key = ?1",
     "SELECT key, value FROM entries",
 };
