@@ -186,7 +186,9 @@ int ReferenceService::start() {
   server_->set_payload_max_length(options_.maxBodyBytes);
   // The server library's default also sets SO_REUSEPORT, which would let a second service share a
   // port that is in use; a port given on the command line must be ours alone.
-  server_->set_socket_options([](socket_t sock) {
+  int listener = -1;
+  server_->set_socket_options([&listener](socket_t sock) {
+    listener = sock;
     int yes = 1;
     ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
@@ -221,6 +223,11 @@ int ReferenceService::start() {
     port_ = -1;
     return -1;
   }
+  // The server library listens with a backlog of 5: a client opening its 8 connections at once
+  // could see a SYN dropped and wait a second for the retransmission. Listening again on the same
+  // socket only raises the backlog.
+  if (listener >= 0) ::listen(listener, SOMAXCONN);
+  server_->set_socket_options([](socket_t) {});
   serverThread_ = std::thread([this] { server_->listen_after_bind(); });
   // The server library's stop() does nothing until its loop has marked itself running; a stop()
   // that came earlier would leave the thread blocked in accept() for good.
