@@ -80,6 +80,32 @@ TEST_F(Preferences, UnreadableRecordsReadAsAbsentAndStayInPlace) {
   EXPECT_THAT(app_.console.pieces(), IsEmpty());
 }
 
+// Stored records are decoded again only when their bytes change: every read must still give what
+// is stored now, whoever wrote it and whatever was read before.
+TEST_F(Preferences, EveryReadGivesTheRecordStoredNow) {
+  using zelnora_core::ZAConfig;
+  const struct {
+    const char* json;  // written straight into the suite, as the extension would
+    std::optional<ZAConfig> reads;
+  } steps[] = {
+      {R"({"nt":"a1","nai":"b1"})", ZAConfig{"a1", "b1", {}, {}}},
+      {R"({"nt":"a2","nai":"b2"})", ZAConfig{"a2", "b2", {}, {}}},  // same length
+      {R"({"nt":"a3"})", std::nullopt},
+      {R"({"nt":"a1","nai":"b1"})", ZAConfig{"a1", "b1", {}, {}}},  // back to an earlier record
+      {R"({"nt":"a1","nai":"b1","k":true})", ZAConfig{"a1", "b1", true, {}}},
+      {"not json", std::nullopt},
+      {R"({"nt":"a1","nai":"b1","k":true})", ZAConfig{"a1", "b1", true, {}}},
+  };
+  for (const auto& step : steps) {
+    suite()->set("zelnora_ads_prefs", toBytes(step.json));
+    EXPECT_EQ(ZAPreferencesUtil::getSdkConfig(), step.reads) << step.json;
+    EXPECT_EQ(ZAPreferencesUtil::getSdkConfig(), step.reads) << step.json << ", read again";
+  }
+  ZAPreferencesUtil::saveConfig(ZAConfig{"saved", "through the kit", false, "chan"});
+  EXPECT_EQ(ZAPreferencesUtil::getSdkConfig(),
+            (ZAConfig{"saved", "through the kit", false, "chan"}));
+}
+
 TEST_F(Preferences, UserDataWithTrackingOffHasOnlyTheUserIdAndSaysSo) {
   ZAPreferencesUtil::saveUserData("user/1");
   EXPECT_EQ(suite()->object("ZA_USER_DATA"), PropertyValue(toBytes(R"({"userId":"user\/1"})")));
