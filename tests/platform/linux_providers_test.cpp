@@ -17,14 +17,15 @@
 #include "../../platform/src/LinuxDevice.h"
 #include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/VendorIdentifier.h"
-#include "TempDirectory.h"
 #include "platform/Bundle.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
 
-using testing::ScopedEnvironment;
-using testing::TempDirectory;
+using test_support::ScopedEnvironment;
+using test_support::TempDirectory;
 
 const std::regex kCanonicalUuid("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
 

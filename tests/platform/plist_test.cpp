@@ -6,14 +6,14 @@
 #include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/PlistCodec.h"
 #include "BinaryPlistBuilder.h"
-#include "TempDirectory.h"
 #include "platform/PropertyListReader.h"
+#include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
 
+using test_support::TempDirectory;
 using testing::BinaryPlistBuilder;
-using testing::TempDirectory;
 
 PropertyListReader& reader() { return linux_provider::propertyListReader(); }
 

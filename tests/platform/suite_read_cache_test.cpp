@@ -12,13 +12,13 @@
 
 #include <gtest/gtest.h>
 
-#include "TempDirectory.h"
 #include "platform/UserDefaults.h"
+#include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
 
-using testing::TempDirectory;
+using test_support::TempDirectory;
 
 constexpr const char* kSuite = "group.com.example.host.za";
 

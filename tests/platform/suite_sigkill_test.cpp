@@ -18,15 +18,15 @@
 
 #include <gtest/gtest.h>
 
-#include "TempDirectory.h"
 #include "platform/UserDefaults.h"
+#include "support/TempDirectory.h"
 
 extern char** environ;
 
 namespace platform {
 namespace {
 
-using testing::TempDirectory;
+using test_support::TempDirectory;
 
 constexpr const char* kDirectoryVariable = "ZELNORA_TEST_KILLED_WRITER_DIR";
 constexpr const char* kNameVariable = "ZELNORA_TEST_KILLED_WRITER_NAME";

@@ -12,15 +12,15 @@
 
 #include <gtest/gtest.h>
 
-#include "TempDirectory.h"
 #include "platform/UserDefaults.h"
+#include "support/TempDirectory.h"
 
 extern char** environ;
 
 namespace platform {
 namespace {
 
-using testing::TempDirectory;
+using test_support::TempDirectory;
 
 constexpr const char* kWriterDirectoryVariable = "ZELNORA_TEST_DEFAULTS_WRITER_DIR";
 constexpr const char* kWriterReadyFdVariable = "ZELNORA_TEST_DEFAULTS_READY_FD";

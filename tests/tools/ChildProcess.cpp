@@ -10,8 +10,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
 extern char** environ;
 
@@ -134,23 +132,6 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
 std::string toolsDirectory() {
   const char* directory = std::getenv("ZELNORA_TEST_TOOLS_DIR");
   return directory ? directory : "";
-}
-
-ScratchDirectory::ScratchDirectory() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "zelnora-tools-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-}
-
-ScratchDirectory::~ScratchDirectory() {
-  std::error_code ignored;
-  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-}
-
-std::string ScratchDirectory::subdirectory(const std::string& name) const {
-  std::string path = path_ + "/" + name;
-  std::error_code ignored;
-  std::filesystem::create_directories(path, ignored);
-  return path;
 }
 
 }  // namespace zelnora_tools_testing

@@ -31,20 +31,4 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
 // The directory the build puts the tools in ($ZELNORA_TEST_TOOLS_DIR); empty when unset.
 std::string toolsDirectory();
 
-// A fresh directory under the system's temporary directory, removed with everything in it when
-// the object goes away.
-class ScratchDirectory {
- public:
-  ScratchDirectory();
-  ~ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-  const std::string& path() const { return path_; }
-  // `path()/name`, created as a directory.
-  std::string subdirectory(const std::string& name) const;
-
- private:
-  std::string path_;
-};
-
 }  // namespace zelnora_tools_testing

@@ -1,5 +1,4 @@
 // The lines zelnora-host prints itself, and the host bundles it writes.
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -9,6 +8,7 @@
 #include "HostBundle.h"
 #include "HostFormat.h"
 #include "platform/PropertyListReader.h"
+#include "support/TempDirectory.h"
 
 namespace zelnora_host {
 namespace {
@@ -86,14 +86,11 @@ TEST(HostBundleTest, WrittenBundleReadsBackWithEveryKey) {
 }
 
 TEST(HostBundleTest, WritesBothFilesOrReportsFailure) {
-  auto directory = std::filesystem::temp_directory_path() /
-                   ("zelnora-bundle-test-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(directory);
-  EXPECT_TRUE(writeHostBundle(directory.string(), settingsForService("http://127.0.0.1:1")));
-  EXPECT_TRUE(std::filesystem::exists(directory / "ZelnoraAdsConfig.plist"));
-  EXPECT_TRUE(std::filesystem::exists(directory / "Info.plist"));
-  std::filesystem::remove_all(directory);
-  EXPECT_FALSE(writeHostBundle((directory / "missing").string(), HostBundleSettings{}));
+  test_support::TempDirectory directory;
+  EXPECT_TRUE(writeHostBundle(directory.path(), settingsForService("http://127.0.0.1:1")));
+  EXPECT_TRUE(std::filesystem::exists(directory.file("ZelnoraAdsConfig.plist")));
+  EXPECT_TRUE(std::filesystem::exists(directory.file("Info.plist")));
+  EXPECT_FALSE(writeHostBundle(directory.file("missing"), HostBundleSettings{}));
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "ChildProcess.h"
 #include "HostBundle.h"
 #include "ReferenceService.h"
+#include "support/TempDirectory.h"
 
 namespace zelnora_tools {
 namespace {
@@ -26,7 +27,6 @@ using testing::HasSubstr;
 using testing::Not;
 using zelnora_tools_testing::ChildOptions;
 using zelnora_tools_testing::ChildResult;
-using zelnora_tools_testing::ScratchDirectory;
 
 constexpr const char* kRegistry = R"({"keys": {
   "demo-key": {"nt": "apns", "nai": "demo-app"},
@@ -96,7 +96,7 @@ class HostProcessTest : public testing::Test {
     return found;
   }
 
-  ScratchDirectory scratch_;
+  test_support::TempDirectory scratch_;
   std::string bundle_;
   std::string data_;
   std::unique_ptr<ReferenceService> service_;
