@@ -8,15 +8,16 @@
 #include "EndToEnd.h"
 #include "FreshProcess.h"
 #include "KitInternals.h"
+#include "support/LoopbackSocket.h"
 #include "zelnora_core/ZAdsApiFactory.h"
 
 namespace zelnora_core {
 namespace {
 
+using test_support::ReceivedRequest;
 using testing::Completion;
 using testing::CompletionRecorder;
 using testing::LoopbackTest;
-using testing::ReceivedRequest;
 
 APIRequest campaign(const std::string& zone,
                     std::optional<std::map<std::string, ParameterValue>> parameters = {}) {
@@ -237,7 +238,7 @@ void expectOneCompletionInFreshProcess(const std::string& apiBase, bool expectIn
 }
 
 TEST(ApiServiceFreshProcess, ConnectionRefusedCompletesOnceWithTheTransportError) {
-  const std::string base = "http://127.0.0.1:" + std::to_string(testing::refusedPort());
+  const std::string base = "http://127.0.0.1:" + std::to_string(test_support::refusedPort());
   ZELNORA_EXPECT_IN_FRESH_PROCESS(expectOneCompletionInFreshProcess(base, false));
 }
 

@@ -11,11 +11,12 @@
 
 #include <gtest/gtest.h>
 
-#include "LoopbackServer.h"
 #include "platform/Services.h"
 #include "platform/testing/FakeConsole.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/ScopedServices.h"
+#include "support/RecordingServer.h"
+#include "support/ResettingServer.h"
 #include "zelnora_core/APIService.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
@@ -24,8 +25,8 @@ namespace zelnora_core::testing {
 // The base URLs are read once per process, so every loopback test of a process shares these: the
 // API base is the recording server, the gateway base a server that resets every connection.
 struct SharedServers {
-  RecordingServer api;
-  ResettingServer gateway;
+  test_support::RecordingServer api;
+  test_support::ResettingServer gateway;
 };
 inline SharedServers& sharedServers() {
   static auto* servers = new SharedServers;  // lives until exit, like the cached base URLs

@@ -9,6 +9,7 @@
 
 #include "EndToEnd.h"
 #include "FreshProcess.h"
+#include "support/LoopbackSocket.h"
 #include "zelnora_core/ZAReportHelper.h"
 #include "zelnora_core/ZAReportRequest.h"
 
@@ -93,7 +94,7 @@ TEST_F(ReportEndToEnd, TwoQuickCallsSendTwoRequestsWithTheirOwnEventDate) {
 
 struct FailureCase {
   const char* name;
-  testing::RecordingServer::Answer answer;
+  test_support::Answer answer;
   std::optional<std::string> printedLine;  // absent: the transport error's own description
   bool printsSomething;
 };
@@ -164,7 +165,7 @@ TEST(ReportFreshProcess, ConnectionRefusedPrintsTheTransportErrorOnce) {
       s.console = &console;
       s.userDefaults = &store;
     });
-    const std::string base = "http://127.0.0.1:" + std::to_string(testing::refusedPort());
+    const std::string base = "http://127.0.0.1:" + std::to_string(test_support::refusedPort());
     ZAPreferencesUtil::saveApiConfig({"", base, base});
     ZAReportHelper::sendReport("e");
     checks.check(platform::urlSession().waitUntilIdle(std::chrono::seconds(30)), "idle");

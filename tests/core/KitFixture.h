@@ -11,6 +11,7 @@
 #include "platform/testing/FakeConsole.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/ScopedServices.h"
+#include "support/TempDirectory.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace kit_test {
@@ -18,7 +19,7 @@ namespace kit_test {
 struct HostApp {
   explicit HostApp(std::string bundleIdentifier = "com.example.host") {
     bundle.info = platform::PropertyDictionary{{"CFBundleIdentifier", bundleIdentifier}};
-    bundle.resources["ZelnoraAdsConfig.plist"] = (dir.path() / "ZelnoraAdsConfig.plist").string();
+    bundle.resources["ZelnoraAdsConfig.plist"] = dir.file("ZelnoraAdsConfig.plist");
   }
 
   // Installs the fakes; `realStore` keeps the Linux SQLite suite (for cross-process tests).
@@ -41,7 +42,7 @@ struct HostApp {
     return platform::urlSession().waitUntilIdle(std::chrono::seconds(20));
   }
 
-  TempDir dir;
+  test_support::TempDirectory dir;
   platform::testing::FakeConsole console;
   platform::testing::FakeMainBundle bundle;
   platform::testing::InMemoryUserDefaults store;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "KitFixture.h"
+#include "support/TempDirectory.h"
 #include "zelnora_core/ZAManager.h"
 
 namespace {
@@ -24,8 +25,8 @@ class SharedContainer {
       path_ = inherited;
       return;
     }
-    owner_ = std::make_unique<kit_test::TempDir>();
-    path_ = owner_->path().string();
+    owner_ = std::make_unique<test_support::TempDirectory>();
+    path_ = owner_->path();
     ::setenv(kVariable, path_.c_str(), 1);
   }
   ~SharedContainer() {
@@ -36,7 +37,7 @@ class SharedContainer {
 
  private:
   static constexpr const char* kVariable = "ZELNORA_TEST_SHARED_CONTAINER";
-  std::unique_ptr<kit_test::TempDir> owner_;
+  std::unique_ptr<test_support::TempDirectory> owner_;
   std::string path_;
 };
 

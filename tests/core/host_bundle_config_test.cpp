@@ -4,6 +4,7 @@
 
 #include "../../zelnora_core/src/HostBundleConfig.h"
 #include "KitFixture.h"
+#include "support/TempDirectory.h"
 #include "zelnora_core/ZAManager.h"
 
 namespace {
@@ -31,7 +32,7 @@ std::string fromHex(std::string_view hex) {
 class HostBundleConfig : public ::testing::Test {
  protected:
   void writePlist(std::string_view contents) {
-    kit_test::writeFile(app_.dir.path() / "ZelnoraAdsConfig.plist", contents);
+    kit_test::writeFile(app_.dir.file("ZelnoraAdsConfig.plist"), contents);
   }
   kit_test::HostApp app_;
   std::unique_ptr<platform::testing::ScopedServices> guard_ = app_.install();
@@ -79,7 +80,7 @@ TEST_P(HostBundleFatal, EndsTheProcessWithItsMessage) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const FatalCase& c = GetParam();
   kit_test::HostApp app;
-  if (c.contents) kit_test::writeFile(app.dir.path() / "ZelnoraAdsConfig.plist", *c.contents);
+  if (c.contents) kit_test::writeFile(app.dir.file("ZelnoraAdsConfig.plist"), *c.contents);
   auto guard = app.install();
   EXPECT_DEATH(zelnora_core::ZAManager::sharedInstance().initialize("key"),
                std::string("^Fatal error: ") + c.message + "\n$");
@@ -121,7 +122,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(HostBundleLookup, FileOutsideTheMainBundleCountsAsAbsent) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   kit_test::HostApp app;
-  kit_test::TempDir kitBundle;  // the kit's own folder holds a complete file; the host's has none
+  test_support::TempDirectory
+      kitBundle;  // the kit's own folder holds a complete file; the host's has none
   kit_test::writeHostConfig(kitBundle.path(), "http://h/{key}", "a", "v");
   app.bundle.resources.clear();
   auto guard = app.install();

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "KitFixture.h"
+#include "support/LoopbackSocket.h"
+#include "support/ResettingServer.h"
 #include "zelnora_core/ZAManager.h"
 
 namespace {
@@ -168,7 +170,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(StartUp, ConnectionRefusedChangesNothing) {
   KIT_IN_FRESH_PROCESS({
     kit_test::HostApp app;
-    app.writeConfig("http://127.0.0.1:" + std::to_string(kit_test::closedPort()) + "/config/{key}");
+    app.writeConfig("http://127.0.0.1:" + std::to_string(test_support::refusedPort()) +
+                    "/config/{key}");
     auto guard = app.install();
     bool called = false;
     ZAManager::sharedInstance().initialize("k", std::nullopt, [&] { called = true; });
@@ -181,7 +184,7 @@ TEST(StartUp, ConnectionRefusedChangesNothing) {
 
 TEST(StartUp, ResetWithoutAnswerChangesNothing) {
   KIT_IN_FRESH_PROCESS({
-    kit_test::ResettingServer server;
+    test_support::ResettingServer server;
     kit_test::HostApp app;
     app.writeConfig("http://127.0.0.1:" + std::to_string(server.port()) + "/config/{key}");
     auto guard = app.install();
@@ -298,7 +301,7 @@ TEST(StartUp, FreshKillTakesEffectOnlyAtTheNextLaunch) {
 TEST(StartUp, StoredConfigurationMakesTheKitUsableWithTheNetworkDown) {
   KIT_IN_FRESH_PROCESS({
     kit_test::HostApp app;
-    app.writeConfig("http://127.0.0.1:" + std::to_string(kit_test::closedPort()) + "/c/{key}");
+    app.writeConfig("http://127.0.0.1:" + std::to_string(test_support::refusedPort()) + "/c/{key}");
     auto guard = app.install();
     ZAPreferencesUtil::saveConfig(kit_test::storedConfig("nt", "nai", false));
     ZAManager::sharedInstance().initialize("k");
@@ -374,7 +377,7 @@ TEST(Operations, BeforeStartUpOnlyCustomHeadersAreStored) {
 TEST(Operations, RequestPermissionTwiceAsksWithANewManagerEachTime) {
   KIT_IN_FRESH_PROCESS({
     kit_test::HostApp app;
-    app.writeConfig("http://127.0.0.1:" + std::to_string(kit_test::closedPort()) + "/{key}");
+    app.writeConfig("http://127.0.0.1:" + std::to_string(test_support::refusedPort()) + "/{key}");
     auto guard = app.install();
     ZAPreferencesUtil::saveConfig(kit_test::storedConfig("nt", "nai"));
     ZAManager::sharedInstance().initialize("k");

@@ -10,14 +10,14 @@
 #include <gtest/gtest.h>
 
 #include "../../platform/src/LinuxProviders.h"
-#include "platform/RawSocketServer.h"
 #include "platform/UrlSession.h"
+#include "support/RawSocketServer.h"
 
 namespace platform {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::RawSocketServer;
+using test_support::RawSocketServer;
 
 // The session's cap (kMaxResponseBodyBytes in CurlUrlSession.cpp), repeated on purpose: moving the
 // cap must make the cases at and around it fail here.

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <regex>
 #include <stdexcept>
 #include <thread>
 
@@ -13,16 +14,18 @@
 #include <httplib.h>
 
 #include "../../platform/src/LinuxProviders.h"
-#include "platform/RawSocketServer.h"
 #include "platform/UrlSession.h"
 #include "platform/testing/FaultInjectingSession.h"
+#include "support/LoopbackSocket.h"
+#include "support/RawSocketServer.h"
+#include "support/RecordingServer.h"
 
 namespace platform {
 namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using testing::RawSocketServer;
+using test_support::RawSocketServer;
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 constexpr auto kIdleLimit = 30s;
@@ -57,77 +60,40 @@ Outcome send(URLRequest request) {
   return *outcome;
 }
 
-struct Received {
-  std::string method, path, body;
-  httplib::Params params;
-  httplib::Headers headers;
-};
-
-// A cpp-httplib server on 127.0.0.1 that records every request and answers by route.
-class LoopbackServer {
- public:
-  // Without keep-alive the server's threads end with each answer, so stopping it is quick.
-  explicit LoopbackServer(bool keepAlive = false) {
-    if (!keepAlive) server_.set_keep_alive_max_count(1);
-    server_.set_keep_alive_timeout(1);
-    server_.set_payload_max_length(64 << 20);
-    auto record = [this](const httplib::Request& request) {
-      std::lock_guard lock(mutex_);
-      received_.push_back(
-          {request.method, request.path, request.body, request.params, request.headers});
-    };
-    auto echo = [record](const httplib::Request& request, httplib::Response& response) {
-      record(request);
-      response.set_content("echo:" + request.get_param_value("i"), "text/plain");
-    };
-    server_.Get("/echo.*", echo).Post("/echo.*", echo).Put("/echo.*", echo);
-    server_.Delete("/echo.*", echo).Options("/echo.*", echo);
-    server_.Get(R"(/status/(\d+))",
-                [](const httplib::Request& request, httplib::Response& response) {
-                  response.status = std::stoi(request.matches[1]);
-                  if (response.status != 204 && response.status != 304) {
-                    response.set_content("status " + std::string(request.matches[1]), "text/plain");
-                  }
-                });
-    server_.Get("/redirect", [](const httplib::Request&, httplib::Response& response) {
-      response.set_header("X-First", "yes");
-      response.set_redirect("/final?x=1", 302);
-    });
-    server_.Get("/final", [](const httplib::Request&, httplib::Response& response) {
-      response.set_header("X-Final", "yes");
-      response.set_content("final", "text/plain");
-    });
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) std::this_thread::yield();
+// The routes the session's tests talk to: "/echo..." answers "echo:<i>", "/status/NNN" with
+// status NNN, "/redirect" sends on to "/final?x=1".
+void answerRoute(const httplib::Request& request, httplib::Response& response) {
+  static const std::regex status(R"(/status/(\d+))");
+  std::smatch code;
+  if (request.path.rfind("/echo", 0) == 0 && request.method != "PATCH") {
+    response.set_content("echo:" + request.get_param_value("i"), "text/plain");
+  } else if (request.method != "GET" && request.method != "HEAD") {
+    response.status = 404;
+  } else if (std::regex_match(request.path, code, status)) {
+    response.status = std::stoi(code[1]);
+    if (response.status != 204 && response.status != 304) {
+      response.set_content("status " + code[1].str(), "text/plain");
+    }
+  } else if (request.path == "/redirect") {
+    response.set_header("X-First", "yes");
+    response.set_redirect("/final?x=1", 302);
+  } else if (request.path == "/final") {
+    response.set_header("X-Final", "yes");
+    response.set_content("final", "text/plain");
+  } else {
+    response.status = 404;
   }
-  ~LoopbackServer() {
-    server_.stop();
-    thread_.join();
-  }
-
-  std::string url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + path;
-  }
-  std::vector<Received> received() const {
-    std::lock_guard lock(mutex_);
-    return received_;
-  }
-
- private:
-  httplib::Server server_;
-  int port_ = 0;
-  std::thread thread_;
-  mutable std::mutex mutex_;
-  std::vector<Received> received_;  // guarded by mutex_
-};
-
-std::vector<std::string> valuesOf(const httplib::Headers& headers, const std::string& name) {
-  std::vector<std::string> values;
-  auto [first, last] = headers.equal_range(name);
-  for (auto it = first; it != last; ++it) values.push_back(it->second);
-  return values;
 }
+
+// A loopback server answering the routes above. Without keep-alive the server's threads end with
+// each answer, so stopping it is quick.
+class LoopbackServer : public test_support::RecordingServer {
+ public:
+  explicit LoopbackServer(bool keepAlive = false)
+      : RecordingServer(
+            answerRoute,
+            {.keepAlive = keepAlive, .keepAliveTimeoutSeconds = 1, .payloadMaxLength = 64 << 20}) {}
+};
 
 // ---- What the server receives --------------------------------------------------------------
 
@@ -173,9 +139,9 @@ TEST_P(SessionRequestTest, ServerReceivesMethodTargetHeadersAndExactBody) {
       {"Host", "127.0.0.1"},
       {"X-ZELNORA-CHANNEL-UUID", "c7a1"}};
   for (const auto& [name, value] : expected) {
-    EXPECT_EQ(valuesOf(seen.headers, name), std::vector<std::string>{value}) << name;
+    EXPECT_EQ(seen.values(name), std::vector<std::string>{value}) << name;
   }
-  EXPECT_TRUE(valuesOf(seen.headers, "Expect").empty());
+  EXPECT_TRUE(seen.values("Expect").empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -259,7 +225,7 @@ TEST(SessionHeaderTest, ContentLengthOtherThanBodySizeIsReplacedByCurls) {
     const auto received = server.received();
     ASSERT_EQ(received.size(), 1u) << declared;
     EXPECT_EQ(received.front().body, "hello world") << declared;
-    EXPECT_EQ(valuesOf(received.front().headers, "Content-Length"), std::vector<std::string>{"11"})
+    EXPECT_EQ(received.front().values("Content-Length"), std::vector<std::string>{"11"})
         << declared;
   }
 }
@@ -279,7 +245,7 @@ TEST(SessionHeaderTest, LargeBodyGoesOutWithoutExpectContinue) {
   const auto received = server.received();
   ASSERT_EQ(received.size(), 1u);
   EXPECT_TRUE(received.front().body == large);
-  EXPECT_TRUE(valuesOf(received.front().headers, "Expect").empty());
+  EXPECT_TRUE(received.front().values("Expect").empty());
 }
 
 // ---- What comes back -------------------------------------------------------------------------
@@ -380,20 +346,8 @@ void expectTransportError(const Outcome& outcome, std::int64_t code) {
   EXPECT_FALSE(outcome.error->localizedDescription().empty());
 }
 
-int portWithoutListener() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
-
 TEST(SessionFailureTest, RefusedConnectionIsCannotConnect) {
-  const auto url = "http://127.0.0.1:" + std::to_string(portWithoutListener()) + "/";
+  const auto url = "http://127.0.0.1:" + std::to_string(test_support::refusedPort()) + "/";
   expectTransportError(send(requestFor(url)), kURLErrorCannotConnectToHost);
 }
 

@@ -2,8 +2,6 @@
 // library will not do (resets, closes without an answer, garbage status lines, stalls).
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,7 +14,9 @@
 #include <thread>
 #include <vector>
 
-namespace platform::testing {
+#include "support/LoopbackSocket.h"
+
+namespace test_support {
 
 class RawSocketServer {
  public:
@@ -83,16 +83,8 @@ class RawSocketServer {
 
   using Handler = std::function<void(Connection&)>;
 
-  explicit RawSocketServer(Handler handler) : handler_(std::move(handler)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::listen(listener_, 64);
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
+  explicit RawSocketServer(Handler handler)
+      : handler_(std::move(handler)), listener_(bindLoopback(64)) {
     if (::pipe(stopPipe_) != 0) stopPipe_[0] = stopPipe_[1] = -1;
     acceptor_ = std::thread([this] { acceptLoop(); });
   }
@@ -108,16 +100,16 @@ class RawSocketServer {
       for (const int fd : open_) ::shutdown(fd, SHUT_RDWR);
     }
     for (auto& connection : connections_) connection.join();
-    ::close(listener_);
+    ::close(listener_.fd);
     ::close(stopPipe_[0]);
     ::close(stopPipe_[1]);
   }
   RawSocketServer(const RawSocketServer&) = delete;
   RawSocketServer& operator=(const RawSocketServer&) = delete;
 
-  int port() const { return port_; }
+  int port() const { return listener_.port; }
   std::string url(std::string_view path = "/") const {
-    return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
+    return "http://127.0.0.1:" + std::to_string(listener_.port) + std::string(path);
   }
 
   // Lets every handler blocked in `waitForRelease` return.
@@ -137,10 +129,10 @@ class RawSocketServer {
  private:
   void acceptLoop() {
     for (;;) {
-      pollfd watched[2] = {{listener_, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
+      pollfd watched[2] = {{listener_.fd, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
       if (::poll(watched, 2, -1) < 0) continue;
       if (watched[1].revents != 0) return;
-      const int fd = ::accept(listener_, nullptr, nullptr);
+      const int fd = ::accept(listener_.fd, nullptr, nullptr);
       if (fd < 0) continue;
       connections_.emplace_back([this, fd] {
         Connection connection(fd, *this);
@@ -169,8 +161,7 @@ class RawSocketServer {
   }
 
   Handler handler_;
-  int listener_ = -1;
-  int port_ = 0;
+  LoopbackSocket listener_;
   int stopPipe_[2] = {-1, -1};
   std::thread acceptor_;
   std::vector<std::thread> connections_;  // acceptor thread only, until joined
@@ -181,4 +172,4 @@ class RawSocketServer {
   std::vector<int> open_;           // guarded by mutex_: connections not yet closed
 };
 
-}  // namespace platform::testing
+}  // namespace test_support
