@@ -1,10 +1,11 @@
 // Small files the Linux providers keep in memory (os-release, the host's Info.plist): what
-// identifies one version of such a file, and how often it is looked at again.
+// identifies one version of such a file, how often it is looked at again, and the kept reading.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -39,6 +40,39 @@ class RecheckTimer {
 
  private:
   std::optional<std::chrono::steady_clock::time_point> checkedAt_;
+};
+
+// A reading made from one small file (its text, or what parsing it gave), made again only when a
+// stat shows another file, size or time stamp, and stat-ed at most once per recheck interval (at
+// once when asked about another path). A missing file is a reading too: absent.
+template <typename Reading>
+class KeptFileReading {
+ public:
+  // `read(path)` makes the reading from the existing file at `path`; absent when it cannot.
+  template <typename Read>
+  std::optional<Reading> get(const std::string& path, Read&& read) {
+    const auto now = std::chrono::steady_clock::now();
+    {
+      std::lock_guard lock(mutex_);
+      if (path_ == path && !recheck_.isDue(now)) return reading_;
+    }
+    const std::optional<FileStamp> stamp = FileStamp::of(path);
+    std::lock_guard lock(mutex_);
+    if (path_ != path || stamp_ != stamp) {
+      reading_ = stamp ? read(path) : std::nullopt;
+      path_ = path;
+      stamp_ = stamp;
+    }
+    recheck_.checked(now);
+    return reading_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::string path_;                // guarded by mutex_; empty before the first reading
+  std::optional<FileStamp> stamp_;  // guarded by mutex_
+  std::optional<Reading> reading_;  // guarded by mutex_
+  RecheckTimer recheck_;            // guarded by mutex_
 };
 
 }  // namespace platform::detail

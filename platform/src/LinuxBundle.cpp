@@ -1,7 +1,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -54,33 +53,12 @@ class DirectoryMainBundle final : public MainBundle {
   // a stat shows that it changed, and stat-ed at most once per recheck interval (at once when the
   // bundle directory is another).
   std::optional<PropertyDictionary> infoDictionary() override {
-    const std::string path = bundleDirectory() + "/Info.plist";
-    const auto now = std::chrono::steady_clock::now();
-    {
-      std::lock_guard lock(cacheMutex_);
-      if (cachedPath_ == path && !recheck_.isDue(now)) return cachedInfo_;
-    }
-    // A missing file is a reading too (no stamp, no dictionary), kept like any other.
-    const std::optional<detail::FileStamp> stamp = detail::FileStamp::of(path);
-    {
-      std::lock_guard lock(cacheMutex_);
-      if (cachedPath_ == path && cachedStamp_ == stamp) {
-        recheck_.checked(now);
-        return cachedInfo_;
-      }
-    }
-    std::optional<PropertyValue> info =
-        stamp ? linux_provider::propertyListReader().readFile(path) : std::nullopt;
-    std::optional<PropertyDictionary> dictionary;
-    if (info && info->dictionary() != nullptr) {
-      dictionary = std::get<PropertyDictionary>(std::move(info->value));
-    }
-    std::lock_guard lock(cacheMutex_);
-    cachedPath_ = path;
-    cachedStamp_ = stamp;
-    cachedInfo_ = dictionary;
-    recheck_.checked(now);
-    return dictionary;
+    return info_.get(bundleDirectory() + "/Info.plist", [](const std::string& path) {
+      std::optional<PropertyValue> info = linux_provider::propertyListReader().readFile(path);
+      if (!info || info->dictionary() == nullptr) return std::optional<PropertyDictionary>();
+      return std::optional<PropertyDictionary>(
+          std::get<PropertyDictionary>(std::move(info->value)));
+    });
   }
 
   std::optional<std::string> bundleIdentifier() override {
@@ -92,11 +70,7 @@ class DirectoryMainBundle final : public MainBundle {
   }
 
  private:
-  std::mutex cacheMutex_;
-  std::string cachedPath_;                        // guarded by cacheMutex_
-  std::optional<detail::FileStamp> cachedStamp_;  // guarded by cacheMutex_
-  std::optional<PropertyDictionary> cachedInfo_;  // guarded by cacheMutex_
-  detail::RecheckTimer recheck_;                  // guarded by cacheMutex_
+  detail::KeptFileReading<PropertyDictionary> info_;
 };
 
 class BuildConstantsKitBundle final : public KitBundle {

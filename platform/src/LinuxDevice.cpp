@@ -91,47 +91,17 @@ std::optional<std::string> osReleaseValue(std::string_view text, std::string_vie
   return std::nullopt;
 }
 
-std::optional<std::string> osReleaseValue(const std::string& file, std::string_view key) {
-  std::ifstream stream(file, std::ios::binary);
+// The whole file's text; absent when it cannot be opened.
+std::optional<std::string> fileText(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
   if (!stream) return std::nullopt;
-  const std::string text((std::istreambuf_iterator<char>(stream)),
-                         std::istreambuf_iterator<char>());
-  return osReleaseValue(std::string_view(text), key);
+  return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
 }
 
-// A small file's text, read again only when a stat shows another file, size or time stamp, and
-// stat-ed at most once per recheck interval: os-release is read for every report, and changes
-// perhaps once in a machine's life.
-class StatValidatedFile {
- public:
-  explicit StatValidatedFile(std::string path) : path_(std::move(path)) {}
-
-  std::optional<std::string> text() {
-    const auto now = std::chrono::steady_clock::now();
-    {
-      std::lock_guard lock(mutex_);
-      if (text_ && !recheck_.isDue(now)) return text_;
-    }
-    const std::optional<FileStamp> stamp = FileStamp::of(path_);
-    if (!stamp) return std::nullopt;
-    std::lock_guard lock(mutex_);
-    if (!text_ || stamp != stamp_) {
-      std::ifstream stream(path_, std::ios::binary);
-      if (!stream) return std::nullopt;
-      text_.emplace((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-      stamp_ = stamp;
-    }
-    recheck_.checked(now);
-    return text_;
-  }
-
- private:
-  const std::string path_;
-  std::mutex mutex_;
-  std::optional<std::string> text_;  // guarded by mutex_
-  std::optional<FileStamp> stamp_;   // guarded by mutex_
-  RecheckTimer recheck_;             // guarded by mutex_
-};
+std::optional<std::string> osReleaseValue(const std::string& file, std::string_view key) {
+  const std::optional<std::string> text = fileText(file);
+  return text ? osReleaseValue(std::string_view(*text), key) : std::nullopt;
+}
 
 utsname unameFields() {
   utsname fields{};
@@ -154,9 +124,9 @@ std::optional<std::string> findBattery(const std::string& sysDirectory) {
   return std::nullopt;
 }
 
-// Which power supply is the battery, looked for again at most once a second: listing the
-// supplies cost more than the rest of a report's device facts. The readings themselves are read
-// on every call.
+// Which power supply is the battery, looked for again at most once per recheck interval (a
+// second): listing the supplies cost more than the rest of a report's device facts. The readings
+// themselves are read on every call.
 class BatteryLocator {
  public:
   explicit BatteryLocator(std::string sysDirectory) : sysDirectory_(std::move(sysDirectory)) {}
@@ -164,9 +134,9 @@ class BatteryLocator {
   std::optional<std::string> battery() {
     const auto now = std::chrono::steady_clock::now();
     std::lock_guard lock(mutex_);
-    if (!lookedAt_ || now - *lookedAt_ >= std::chrono::seconds(1)) {
+    if (recheck_.isDue(now)) {
       battery_ = findBattery(sysDirectory_);
-      lookedAt_ = now;
+      recheck_.checked(now);
     }
     return battery_;
   }
@@ -174,16 +144,14 @@ class BatteryLocator {
  private:
   const std::string sysDirectory_;
   std::mutex mutex_;
-  std::optional<std::chrono::steady_clock::time_point> lookedAt_;  // guarded by mutex_
-  std::optional<std::string> battery_;                             // guarded by mutex_
+  RecheckTimer recheck_;                // guarded by mutex_
+  std::optional<std::string> battery_;  // guarded by mutex_
 };
 
 class LinuxCurrentDevice final : public CurrentDevice {
  public:
   explicit LinuxCurrentDevice(LinuxDeviceFiles files)
-      : files_(std::move(files)),
-        osRelease_(files_.osReleaseFile),
-        batteries_(files_.sysDirectory) {}
+      : files_(std::move(files)), batteries_(files_.sysDirectory) {}
 
   std::string name() override {
     char host[256] = {};
@@ -243,12 +211,13 @@ class LinuxCurrentDevice final : public CurrentDevice {
 
  private:
   std::optional<std::string> osReleaseField(std::string_view key) {
-    const std::optional<std::string> text = osRelease_.text();
+    // os-release is read for every report, and changes perhaps once in a machine's life.
+    const std::optional<std::string> text = osRelease_.get(files_.osReleaseFile, fileText);
     return text ? osReleaseValue(std::string_view(*text), key) : std::nullopt;
   }
 
   const LinuxDeviceFiles files_;
-  StatValidatedFile osRelease_;
+  KeptFileReading<std::string> osRelease_;
   BatteryLocator batteries_;
   std::atomic<bool> monitoring_{false};
   std::mutex vendorMutex_;
