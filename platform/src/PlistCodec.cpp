@@ -15,17 +15,6 @@
 namespace platform::detail {
 namespace {
 
-struct PlistFree {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
-using PlistNode = std::unique_ptr<void, PlistFree>;
-
-// libplist takes text as C strings and converts it to UTF-16: only valid UTF-8 without NUL
-// survives the round trip unchanged.
-bool isEncodableText(const std::string& text) {
-  return text.find('\0') == std::string::npos && isValidUtf8(text);
-}
-
 // A date as libplist's plist_new_date takes it, and the double libplist 2.2 computes from that
 // pair and writes: (double)seconds + (double)microseconds / 1e6.
 struct LibplistDate {
@@ -76,7 +65,7 @@ class NodeBuilder {
 PlistNode NodeBuilder::build(const PropertyValue& value, int depth) {
   const auto& v = value.value;
   if (const auto* text = std::get_if<std::string>(&v)) {
-    return isEncodableText(*text) ? PlistNode(plist_new_string(text->c_str())) : nullptr;
+    return isStorableText(*text) ? PlistNode(plist_new_string(text->c_str())) : nullptr;
   }
   if (const auto* bytes = std::get_if<Bytes>(&v)) {
     return PlistNode(plist_new_data(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
@@ -99,7 +88,7 @@ PlistNode NodeBuilder::buildDictionary(const PropertyDictionary& dictionary, int
   if (!countValues(2 * dictionary.size())) return nullptr;
   PlistNode node(plist_new_dict());
   for (const auto& [key, entry] : dictionary) {
-    if (!isEncodableText(key)) return nullptr;
+    if (!isStorableText(key)) return nullptr;
     PlistNode item = build(entry, depth + 1);
     if (!item) return nullptr;
     plist_dict_set_item(node.get(), key.c_str(), item.release());
@@ -131,6 +120,12 @@ PlistNode NodeBuilder::buildDate(const PropertyDate& date) {
 }
 
 }  // namespace
+
+void PlistFree::operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
+
+bool isStorableText(std::string_view text) {
+  return text.find('\0') == std::string_view::npos && isValidUtf8(text);
+}
 
 bool isCarriableDate(double secondsSinceReferenceDate) {
   const double whole = std::trunc(secondsSinceReferenceDate);

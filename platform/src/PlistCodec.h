@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,17 @@
 #include "platform/PropertyValue.h"
 
 namespace platform::detail {
+
+// Owns a libplist node (plist_t) and frees it with plist_free.
+struct PlistFree {
+  void operator()(void* node) const;
+};
+using PlistNode = std::unique_ptr<void, PlistFree>;
+
+// Text that survives libplist both ways: valid UTF-8 without NUL (libplist takes text as C
+// strings and converts it to UTF-16, hands over an XML list's bytes unchecked, and its getters
+// abort on a NUL). Reading refuses other text; writing refuses it too.
+bool isStorableText(std::string_view text);
 
 // Deepest nesting of arrays and dictionaries accepted when reading or writing.
 inline constexpr int kMaxPropertyListDepth = 64;

@@ -24,22 +24,13 @@
 namespace platform {
 namespace {
 
+using detail::isStorableText;
 using detail::kMaxPropertyListBytes;
-
-struct PlistFree {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
-using PlistNode = std::unique_ptr<void, PlistFree>;
+using detail::PlistNode;
 
 struct MallocFree {
   void operator()(void* memory) const { std::free(memory); }
 };
-
-// Text must read back as it was stored and be storable again: libplist hands over what an XML
-// list holds without checking that it is UTF-8, and its getters abort on a NUL.
-bool isFaithfulText(std::string_view text) {
-  return text.find('\0') == std::string_view::npos && isValidUtf8(text);
-}
 
 // libplist's plist_get_string_val asserts (aborts the process) on a string holding a NUL byte, so
 // the string is read in place with its length.
@@ -48,7 +39,7 @@ std::optional<PropertyValue> convertString(plist_t node) {
   const char* text = plist_get_string_ptr(node, &length);
   if (text == nullptr) return std::nullopt;
   std::string value(text, static_cast<std::size_t>(length));
-  if (!isFaithfulText(value)) return std::nullopt;
+  if (!isStorableText(value)) return std::nullopt;
   return PropertyValue(std::move(value));
 }
 
@@ -131,7 +122,7 @@ std::optional<PropertyValue> NodeConverter::convertDictionary(plist_t node) cons
     plist_dict_next_item(node, iterator, &rawKey, &item);
     const std::unique_ptr<char, MallocFree> key(rawKey);
     if (item == nullptr) break;
-    if (key == nullptr || !isFaithfulText(key.get())) return std::nullopt;
+    if (key == nullptr || !isStorableText(key.get())) return std::nullopt;
     std::optional<PropertyValue> value = convert(item);
     if (!value) return std::nullopt;
     dictionary.insert_or_assign(key.get(), std::move(*value));
