@@ -1,9 +1,7 @@
 // The SQLite suite under SIGKILL: two processes write one suite while the test kills them at
 // random moments and restarts them. Every write a process saw return must survive, and the suite
 // must still open with every value readable.
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,9 +17,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/UserDefaults.h"
+#include "support/ChildTest.h"
 #include "support/TempDirectory.h"
-
-extern char** environ;
 
 namespace platform {
 namespace {
@@ -77,27 +74,15 @@ class Writer {
   void start() {
     int progress[2];
     ASSERT_EQ(::pipe(progress), 0);
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) environment.emplace_back(*entry);
-    environment.push_back(std::string(kDirectoryVariable) + "=" + directory_);
-    environment.push_back(std::string(kNameVariable) + "=" + name_);
-    environment.push_back(std::string(kFirstVariable) + "=" + std::to_string(lastReported_ + 1));
-    environment.push_back(std::string(kProgressFdVariable) + "=" + std::to_string(progress[1]));
-    std::vector<char*> envp;
-    for (std::string& entry : environment) envp.push_back(entry.data());
-    envp.push_back(nullptr);
-    std::string program = "/proc/self/exe";
-    std::string filter = "--gtest_filter=SuiteUnderSigkill.WriterProcess";
-    char* argv[] = {program.data(), filter.data(), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addclose(&actions, progress[0]);
-    // The child's own test output would only clutter the log.
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    const int spawned = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv, envp.data());
-    posix_spawn_file_actions_destroy(&actions);
+    pid_ = test_support::spawnTestInChild(
+        "SuiteUnderSigkill.WriterProcess",
+        {std::string(kDirectoryVariable) + "=" + directory_,
+         std::string(kNameVariable) + "=" + name_,
+         std::string(kFirstVariable) + "=" + std::to_string(lastReported_ + 1),
+         std::string(kProgressFdVariable) + "=" + std::to_string(progress[1])},
+        {progress[0]});
     ::close(progress[1]);
-    ASSERT_EQ(spawned, 0);
+    ASSERT_GT(pid_, 0);
     progressFd_ = progress[0];
   }
 

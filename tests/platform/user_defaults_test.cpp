@@ -1,4 +1,3 @@
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,9 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/UserDefaults.h"
+#include "support/ChildTest.h"
 #include "support/TempDirectory.h"
-
-extern char** environ;
 
 namespace platform {
 namespace {
@@ -257,18 +255,12 @@ TEST(UserDefaultsConcurrency, TwoProcessesWritingAtOnceLoseNothing) {
   TempDirectory dir;
   int ready[2];
   ASSERT_EQ(::pipe(ready), 0);
-  std::vector<std::string> environment;
-  for (char** entry = environ; *entry != nullptr; ++entry) environment.emplace_back(*entry);
-  environment.push_back(std::string(kWriterDirectoryVariable) + "=" + dir.path());
-  environment.push_back(std::string(kWriterReadyFdVariable) + "=" + std::to_string(ready[1]));
-  std::vector<char*> envp;
-  for (std::string& entry : environment) envp.push_back(entry.data());
-  envp.push_back(nullptr);
-  std::string program = "/proc/self/exe";
-  std::string filter = "--gtest_filter=UserDefaultsConcurrency.SecondProcessWriter";
-  char* argv[] = {program.data(), filter.data(), nullptr};
-  pid_t child = 0;
-  ASSERT_EQ(::posix_spawn(&child, program.c_str(), nullptr, nullptr, argv, envp.data()), 0);
+  const pid_t child = test_support::spawnTestInChild(
+      "UserDefaultsConcurrency.SecondProcessWriter",
+      {std::string(kWriterDirectoryVariable) + "=" + dir.path(),
+       std::string(kWriterReadyFdVariable) + "=" + std::to_string(ready[1])},
+      {ready[0]});
+  ASSERT_GT(child, 0);
   ::close(ready[1]);
 
   auto suite = makeSqliteUserDefaultsStore(dir.path())->suite(kSharedSuite);
