@@ -1,15 +1,11 @@
 // demo: a guided host session against an in-process reference service, with no set-up and no
 // network beyond loopback. It keeps the kit's stored state in a temporary directory.
-#include <stdlib.h>
 
-#include <filesystem>
 #include <string_view>
-#include <system_error>
 
 #include "HostBundle.h"
 #include "HostSession.h"
 #include "ReferenceService.h"
-#include "platform/Bundle.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
 
@@ -40,32 +36,7 @@ constexpr std::string_view kDemoScript[] = {
     "prefs",
 };
 
-struct TemporaryDirectory {
-  std::filesystem::path path;
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zelnora-demo-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) path = pattern;
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    if (!path.empty()) std::filesystem::remove_all(path, ignored);
-  }
-};
-
 void narrate(std::string_view text) { platform::printLine("host: demo: " + std::string(text)); }
-
-// The bundle and the kit's data directory, both inside `root`; false when they cannot be made.
-bool prepareHost(const std::filesystem::path& root, const std::string& serviceBaseUrl) {
-  std::error_code failed;
-  std::filesystem::create_directories(root / "bundle", failed);
-  std::filesystem::create_directories(root / "data", failed);
-  if (failed || !writeHostBundle((root / "bundle").string(), settingsForService(serviceBaseUrl))) {
-    return false;
-  }
-  ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
-  platform::setMainBundleDirectory((root / "bundle").string());
-  return true;
-}
 
 void walkThrough(HostSession& session) {
   for (std::string_view line : kDemoScript) {
@@ -81,16 +52,16 @@ void walkThrough(HostSession& session) {
 std::optional<std::string> demo(HostSession& session, const Words& words) {
   if (!words.empty()) return "usage: demo";
   if (session.commandsRun() > 0) return "demo must be the first command of a run";
-  TemporaryDirectory root;
+  ScratchHost host("zelnora-demo");
   zelnora_tools::ReferenceServiceOptions options;
   options.registry = zelnora_tools::KeyRegistry::withDemoKey(std::string(kDemoKey));
   zelnora_tools::ReferenceService service(std::move(options));
-  if (root.path.empty() || service.start() < 0 || !prepareHost(root.path, service.baseUrl())) {
+  if (service.start() < 0 || !host.prepare(service.baseUrl())) {
     platform::printLine("host: error the demo could not set up its service and bundle");
     return std::nullopt;
   }
   narrate("reference service listening on " + service.baseUrl());
-  narrate("host bundle and stored state in " + root.path.string());
+  narrate("host bundle and stored state in " + host.root().string());
   walkThrough(session);
   platform::urlSession().waitUntilIdle(std::chrono::seconds(10));
   auto received = service.received();

@@ -1,8 +1,13 @@
 #include "HostBundle.h"
 
+#include <stdlib.h>
+
 #include <fstream>
 #include <initializer_list>
+#include <system_error>
 #include <utility>
+
+#include "platform/Bundle.h"
 
 namespace zelnora_host {
 namespace {
@@ -62,6 +67,30 @@ std::string infoPlistXml(const HostBundleSettings& settings) {
 bool writeHostBundle(const std::string& directory, const HostBundleSettings& settings) {
   return writeFile(directory + "/ZelnoraAdsConfig.plist", hostConfigPlistXml(settings)) &&
          writeFile(directory + "/Info.plist", infoPlistXml(settings));
+}
+
+ScratchHost::ScratchHost(std::string_view prefix) {
+  std::string pattern =
+      (std::filesystem::temp_directory_path() / (std::string(prefix) + "-XXXXXX")).string();
+  if (::mkdtemp(pattern.data()) != nullptr) root_ = pattern;
+}
+
+ScratchHost::~ScratchHost() {
+  std::error_code ignored;
+  if (!root_.empty()) std::filesystem::remove_all(root_, ignored);
+}
+
+bool ScratchHost::prepare(const std::string& serviceBaseUrl) const {
+  if (root_.empty()) return false;
+  std::error_code failed;
+  std::filesystem::create_directories(root_ / "bundle", failed);
+  std::filesystem::create_directories(root_ / "data", failed);
+  if (failed || !writeHostBundle((root_ / "bundle").string(), settingsForService(serviceBaseUrl))) {
+    return false;
+  }
+  ::setenv("XDG_DATA_HOME", (root_ / "data").c_str(), 1);
+  platform::setMainBundleDirectory((root_ / "bundle").string());
+  return true;
 }
 
 }  // namespace zelnora_host

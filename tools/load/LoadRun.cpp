@@ -1,21 +1,17 @@
 #include "LoadRun.h"
 
-#include <stdlib.h>
 #include <sys/resource.h>
 
 #include <atomic>
 #include <cstdio>
-#include <filesystem>
 #include <latch>
 #include <memory>
 #include <sstream>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "HostBundle.h"
 #include "ReferenceService.h"
-#include "platform/Bundle.h"
 #include "platform/Services.h"
 #include "platform/testing/ScopedServices.h"
 #include "zelnora_core/ZACoreApiFactory.h"
@@ -34,18 +30,6 @@ constexpr const char* kLoadKey = "load-key";
 double secondsBetween(Clock::time_point from, Clock::time_point to) {
   return std::chrono::duration<double>(to - from).count();
 }
-
-struct TemporaryDirectory {
-  std::filesystem::path path;
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zelnora-load-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) path = pattern;
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    if (!path.empty()) std::filesystem::remove_all(path, ignored);
-  }
-};
 
 // The shared session with every request's time-out cut to at most `limit`: a stalling peer then
 // costs a load run seconds, not the kit's 60 s per request.
@@ -183,7 +167,7 @@ bool LoadResult::consistent() const {
 LoadResult runLoad(const LoadOptions& options) {
   const auto runStart = Clock::now();
   LoadResult result;
-  TemporaryDirectory root;
+  zelnora_host::ScratchHost host("zelnora-load");
   std::unique_ptr<zelnora_tools::ReferenceService> service;
   std::string baseUrl = options.serviceUrl;
   if (baseUrl.empty()) {
@@ -199,17 +183,10 @@ LoadResult runLoad(const LoadOptions& options) {
     }
     baseUrl = service->baseUrl();
   }
-  std::error_code failed;
-  std::filesystem::create_directories(root.path / "bundle", failed);
-  std::filesystem::create_directories(root.path / "data", failed);
-  if (root.path.empty() || failed ||
-      !zelnora_host::writeHostBundle((root.path / "bundle").string(),
-                                     zelnora_host::settingsForService(baseUrl))) {
+  if (!host.prepare(baseUrl)) {
     result.setUpError = "cannot write the host bundle";
     return result;
   }
-  ::setenv("XDG_DATA_HOME", (root.path / "data").c_str(), 1);
-  platform::setMainBundleDirectory((root.path / "bundle").string());
 
   std::unique_ptr<ClampingSession> clamping;
   std::unique_ptr<platform::testing::ScopedServices> seam;
