@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 extern char** environ;
 
@@ -130,8 +131,10 @@ ChildResult runChild(const std::string& program, const std::vector<std::string>&
 }
 
 std::string toolsDirectory() {
-  const char* directory = std::getenv("ZELNORA_TEST_TOOLS_DIR");
-  return directory ? directory : "";
+  if (const char* directory = std::getenv("ZELNORA_TEST_TOOLS_DIR")) return directory;
+  // Run outside CTest: the tools sit beside the tests folder of the build tree.
+  return (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "tools")
+      .string();
 }
 
 }  // namespace zelnora_tools_testing

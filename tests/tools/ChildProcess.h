@@ -28,7 +28,8 @@ struct ChildOptions {
 ChildResult runChild(const std::string& program, const std::vector<std::string>& arguments,
                      const ChildOptions& options = {});
 
-// The directory the build puts the tools in ($ZELNORA_TEST_TOOLS_DIR); empty when unset.
+// The directory the build puts the tools in: $ZELNORA_TEST_TOOLS_DIR, or the build tree's tools
+// folder beside this test program's folder.
 std::string toolsDirectory();
 
 }  // namespace zelnora_tools_testing

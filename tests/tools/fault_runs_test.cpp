@@ -2,7 +2,6 @@
 // and short fault runs of the zelnora-load program: whatever the peer does, every report
 // completes exactly once and the program ends.
 #include <chrono>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -106,15 +105,7 @@ TEST(FaultModeTest, ModeNamesRoundTrip) {
   EXPECT_FALSE(faultModeNamed("").has_value());
 }
 
-std::string loadProgram() {
-  std::string directory = zelnora_tools_testing::toolsDirectory();
-  if (directory.empty()) {
-    directory =
-        (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "tools")
-            .string();
-  }
-  return directory + "/load/zelnora-load";
-}
+std::string loadProgram() { return zelnora_tools_testing::toolsDirectory() + "/load/zelnora-load"; }
 
 // The summary's key=value words.
 std::map<std::string, std::string> summaryOf(const std::string& standardError) {

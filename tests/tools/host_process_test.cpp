@@ -34,16 +34,7 @@ constexpr const char* kRegistry = R"({"keys": {
   "boom":     {"status": 500},
   "junk":     {"body": "not json"}}})";
 
-std::string hostProgram() {
-  std::string directory = zelnora_tools_testing::toolsDirectory();
-  if (directory.empty()) {
-    // Run outside CTest: the tools sit beside the tests folder of the build tree.
-    directory =
-        (std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "tools")
-            .string();
-  }
-  return directory + "/host/zelnora-host";
-}
+std::string hostProgram() { return zelnora_tools_testing::toolsDirectory() + "/host/zelnora-host"; }
 
 std::vector<std::string> lines(const std::string& text) {
   std::vector<std::string> result;
