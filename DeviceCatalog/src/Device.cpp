@@ -61,9 +61,7 @@ const ModelRow* DeviceAccess::listedRow(const Device& device, bool wrapped) {
 
 const ModelRow* DeviceAccess::listedOrSimulatedRow(const Device& device) {
   // One look at the description serves both depths: an unknown value's costs a table lookup.
-  const EquivalentForm form = device.isUnknown_
-                                  ? equivalentForm(device)
-                                  : EquivalentForm{device.simulatorDepth_, device.model_, {}};
+  const EquivalentForm form = equivalentForm(device);
   if (!form.model || form.simulatorDepth > 1) return nullptr;
   return &row(*form.model);
 }

@@ -36,7 +36,6 @@ class RecheckTimer {
     return !checkedAt_ || now - *checkedAt_ >= fileRecheckInterval();
   }
   void checked(std::chrono::steady_clock::time_point now) { checkedAt_ = now; }
-  void reset() { checkedAt_.reset(); }
 
  private:
   std::optional<std::chrono::steady_clock::time_point> checkedAt_;
