@@ -2,8 +2,8 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
-#include <charconv>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
@@ -12,9 +12,11 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <unordered_map>
 
 #include <curl/curl.h>
 
+#include "CurlCookieJar.h"
 #include "LinuxProviders.h"
 #include "platform/UrlSession.h"
 
@@ -22,22 +24,22 @@ namespace platform {
 namespace {
 
 using namespace std::chrono_literals;
+using SteadyClock = std::chrono::steady_clock;
 
 constexpr long kMaxConnectionsPerHost = 8;
 constexpr long kMaxTotalConnections = 32;
 // Tasks beyond this many wait in our own queue, so sockets and buffers stay bounded.
 constexpr std::size_t kMaxActiveTransfers = 64;
-constexpr long kMaxRedirects = 16;
-constexpr std::size_t kMaxResponseHeaderBytes = 1 << 20;
-// The most bytes one response body may hold; a longer answer ends in a transport error. The kit's
-// own answers are a few hundred bytes of JSON and the other endpoints' answers stay far below
-// this, but every body is held whole until its completion runs, up to 8 at a time per host: without
-// a cap a slow or hostile service could make the host's memory grow without bound.
-constexpr std::size_t kMaxResponseBodyBytes = 4 << 20;
+constexpr int kMaxRedirects = 16;
 constexpr double kDefaultTimeoutMs = 60'000;
 constexpr double kMaxTimeoutMs = 7 * 24 * 3600 * 1000.0;
 // The worker's longest sleep when nothing runs; new tasks wake it at once anyway.
 constexpr int kIdlePollMs = 10'000;
+
+// Every body is held whole until its completion runs, up to 8 at a time per host: without these
+// guards a slow or hostile service could make the host's memory grow without bound.
+std::atomic<std::size_t> maximumBodyBytes{URLSessionLimits{}.maximumBodyBytes};
+std::atomic<std::size_t> maximumHeaderBytes{URLSessionLimits{}.maximumHeaderBytes};
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
@@ -82,25 +84,27 @@ bool isSendableValue(std::string_view value) {
   return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
 }
 
-// A Content-Length other than the body's exact size would corrupt the exchange; curl's own
-// header is used instead.
-bool isTruthfulContentLength(std::string_view value, std::size_t bodySize) {
-  value = trimBlanks(value);
-  std::uint64_t declared = 0;
-  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), declared);
-  return error == std::errc() && end == value.data() + value.size() && declared == bodySize;
+// The transport frames every message itself: a copy from the request could contradict it (a
+// redirected GET still declaring the POST's length, a second length) or name another host.
+bool isFramingHeader(std::string_view name) {
+  return equalsIgnoringCase(name, "Host") || equalsIgnoringCase(name, "Content-Length") ||
+         equalsIgnoringCase(name, "Transfer-Encoding");
 }
 
-bool isSendableField(const std::string& name, const std::string& value, std::size_t bodySize) {
-  if (!isToken(name) || !isSendableValue(value)) return false;
-  return !equalsIgnoringCase(name, "Content-Length") || isTruthfulContentLength(value, bodySize);
+bool isSendableField(const std::string& name, const std::string& value) {
+  return isToken(name) && isSendableValue(value) && !isFramingHeader(name);
 }
 
-curl_slist* buildHeaderList(const HeaderFields& fields, std::size_t bodySize) {
+// The headers a redirect that drops the body leaves out with it.
+bool isBodyHeader(std::string_view name) {
+  return equalsIgnoringCase(name.substr(0, 8), "Content-") || isFramingHeader(name);
+}
+
+curl_slist* buildHeaderList(const HeaderFields& fields) {
   curl_slist* list = nullptr;
   bool hasExpect = false;
   for (const auto& [name, value] : fields.fields()) {
-    if (!isSendableField(name, value, bodySize)) continue;
+    if (!isSendableField(name, value)) continue;
     hasExpect = hasExpect || equalsIgnoringCase(name, "Expect");
     // "Name;" is curl's way to send a header with an empty value ("Name:" would remove it).
     std::string line = name;
@@ -114,32 +118,44 @@ curl_slist* buildHeaderList(const HeaderFields& fields, std::size_t bodySize) {
 
 // ---- Response headers -------------------------------------------------------------------------
 
-void recordHeaderLine(Fields& fields, std::string_view line) {
-  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-  if (line.substr(0, 5) == "HTTP/") {
-    fields.clear();  // a new response begins (redirect, 1xx): only the last one counts
-    return;
+// The fields of the answer being received, in arrival order, a repeated field joined with ", ".
+// Each line costs the same however many fields came before it: the network thread serves every
+// exchange, so one answer with many fields must not stall the others.
+class ResponseHeaderFields {
+ public:
+  void addLine(std::string_view line) {
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    if (line.substr(0, 5) == "HTTP/") {  // a new response begins (1xx): only the last one counts
+      fields_.clear();
+      indexByName_.clear();
+      return;
+    }
+    if (line.empty()) return;
+    if ((line.front() == ' ' || line.front() == '\t') && !fields_.empty()) {
+      fields_.back().second.append(" ").append(trimBlanks(line));
+      return;
+    }
+    const auto colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    const auto name = trimBlanks(line.substr(0, colon));
+    const auto value = trimBlanks(line.substr(colon + 1));
+    std::string key(name);
+    std::transform(key.begin(), key.end(), key.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const auto [entry, added] = indexByName_.try_emplace(std::move(key), fields_.size());
+    if (added) {
+      fields_.emplace_back(std::string(name), std::string(value));
+    } else {
+      fields_[entry->second].second.append(", ").append(value);
+    }
   }
-  if (line.empty()) return;
-  if ((line.front() == ' ' || line.front() == '\t') && !fields.empty()) {
-    fields.back().second += ' ';
-    fields.back().second += trimBlanks(line);
-    return;
-  }
-  const auto colon = line.find(':');
-  if (colon == std::string_view::npos) return;
-  const auto name = trimBlanks(line.substr(0, colon));
-  const auto value = trimBlanks(line.substr(colon + 1));
-  auto existing = std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
-    return equalsIgnoringCase(field.first, name);
-  });
-  if (existing == fields.end()) {
-    fields.emplace_back(std::string(name), std::string(value));
-  } else {
-    existing->second += ", ";
-    existing->second += value;
-  }
-}
+
+  Fields take() { return std::move(fields_); }
+
+ private:
+  Fields fields_;
+  std::unordered_map<std::string, std::size_t> indexByName_;  // lower-case name -> fields_ index
+};
 
 // ---- Errors -------------------------------------------------------------------------------------
 
@@ -185,6 +201,10 @@ long timeoutMilliseconds(std::chrono::duration<double> interval) {
   return std::max(1L, static_cast<long>(std::min(ms, kMaxTimeoutMs)));
 }
 
+bool isRedirectStatus(long status) {
+  return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
 void ignoreSigpipeUnlessHandled() {
   struct sigaction current {};
   if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
@@ -194,10 +214,11 @@ void ignoreSigpipeUnlessHandled() {
 
 // ---- One exchange -------------------------------------------------------------------------------
 
-// Lives from dataTask to its completion; while curl runs it, the easy handle points back to it.
+// One request of a task, from dataTask to its completion (or to the next request when it is
+// redirected); while curl runs it, the easy handle points back to it.
 struct Transfer {
-  Transfer(std::uint64_t id, URLRequest r, DataTaskCompletion c)
-      : ticket(id), request(std::move(r)), completion(std::move(c)) {}
+  Transfer(std::uint64_t id, URLRequest r, DataTaskCompletion c, int redirectsSoFar = 0)
+      : ticket(id), request(std::move(r)), completion(std::move(c)), redirects(redirectsSoFar) {}
   ~Transfer() {
     if (easy != nullptr) curl_easy_cleanup(easy);
     curl_slist_free_all(headers);
@@ -205,36 +226,48 @@ struct Transfer {
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
+  void noteActivity() { lastActivity = SteadyClock::now(); }
+
   std::uint64_t ticket;
   URLRequest request;
   DataTaskCompletion completion;
+  int redirects;
   CURL* easy = nullptr;
   curl_slist* headers = nullptr;
   char errorText[CURL_ERROR_SIZE] = {};
+  std::size_t bodyLimit = 0;
+  std::size_t headerLimit = 0;
+  SteadyClock::duration idleLimit{};
+  SteadyClock::time_point lastActivity;
+  curl_off_t uploaded = 0;
   Bytes body;
-  Fields responseHeaders;
+  ResponseHeaderFields responseHeaders;
   std::size_t responseHeaderBytes = 0;
+  bool headerBlockOpen = false;  // a status line arrived, the blank line after it not yet
+  bool setsCookies = false;
   bool headersTooLarge = false;
   bool bodyTooLarge = false;
+  bool resendRefused = false;
 };
 
-// Grows the buffer geometrically as insertion would, but never past the cap: a body just under it
-// then holds at most the cap, where a doubling could reserve nearly twice as much.
-void reserveWithinCap(Bytes& body, std::size_t needed) {
+// Grows the buffer geometrically as insertion would, but never past the limit: a body just under
+// it then holds at most the limit, where a doubling could reserve nearly twice as much.
+void reserveWithinLimit(Bytes& body, std::size_t needed, std::size_t limit) {
   if (needed <= body.capacity()) return;
-  body.reserve(std::min(std::max(needed, 2 * body.capacity()), kMaxResponseBodyBytes));
+  body.reserve(std::min(std::max(needed, 2 * body.capacity()), limit));
 }
 
 std::size_t onBodyData(char* data, std::size_t size, std::size_t count, void* user) {
   auto& transfer = *static_cast<Transfer*>(user);
   const std::size_t length = size * count;
+  transfer.noteActivity();
   // Catches what a declared Content-Length cannot: chunked and close-delimited bodies (curl checks
   // only a declared size against CURLOPT_MAXFILESIZE_LARGE).
-  if (length > kMaxResponseBodyBytes - transfer.body.size()) {
+  if (length > transfer.bodyLimit - transfer.body.size()) {
     transfer.bodyTooLarge = true;
     return 0;  // a short count aborts the transfer
   }
-  reserveWithinCap(transfer.body, transfer.body.size() + length);
+  reserveWithinLimit(transfer.body, transfer.body.size() + length, transfer.bodyLimit);
   transfer.body.insert(transfer.body.end(), data, data + length);
   return length;
 }
@@ -242,13 +275,45 @@ std::size_t onBodyData(char* data, std::size_t size, std::size_t count, void* us
 std::size_t onHeaderLine(char* data, std::size_t size, std::size_t count, void* user) {
   auto& transfer = *static_cast<Transfer*>(user);
   const std::size_t length = size * count;
+  transfer.noteActivity();
   transfer.responseHeaderBytes += length;
-  if (transfer.responseHeaderBytes > kMaxResponseHeaderBytes) {
+  if (transfer.responseHeaderBytes > transfer.headerLimit) {
     transfer.headersTooLarge = true;
     return 0;  // aborts the transfer
   }
-  recordHeaderLine(transfer.responseHeaders, std::string_view(data, length));
+  const std::string_view line(data, length);
+  if (line.starts_with("HTTP/")) transfer.headerBlockOpen = true;
+  if (line == "\r\n" || line == "\n") transfer.headerBlockOpen = false;
+  if (equalsIgnoringCase(line.substr(0, 11), "Set-Cookie:")) transfer.setsCookies = true;
+  transfer.responseHeaders.addLine(line);
   return length;
+}
+
+// Request bytes going out count as activity for the idle time-out, as answer bytes do.
+int onProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
+  auto& transfer = *static_cast<Transfer*>(user);
+  if (uploaded != transfer.uploaded) {
+    transfer.uploaded = uploaded;
+    transfer.noteActivity();
+  }
+  return 0;
+}
+
+// libcurl sends a request again on a fresh connection when a reused one died before any answer
+// byte came. The peer may have acted on the first copy (a report recorded twice), so a request
+// whose bytes went out is never sent again; one that could not be written at all may be. Each
+// easy handle sends one request (a redirect is a new transfer), so any request after bytes went
+// out would be such a resend.
+int onBeforeRequest(void* user, char*, char*, int, int) {
+  auto& transfer = *static_cast<Transfer*>(user);
+  long sent = 0;
+  curl_easy_getinfo(transfer.easy, CURLINFO_REQUEST_SIZE, &sent);
+  if (sent > 0) {
+    transfer.resendRefused = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
+  transfer.noteActivity();  // connected
+  return CURL_PREREQFUNC_OK;
 }
 
 // Sets the method and the body. POST and PUT always carry a body (maybe empty); other methods
@@ -272,6 +337,19 @@ void configureMethodAndBody(CURL* easy, Transfer& transfer) {
   if (!curlDefault) curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
 }
 
+// The phone's request time-out is an idle time-out: the exchange fails when no data has flowed
+// for that long, however long a steady one takes. The worker checks it (CurlUrlSession::
+// expireIdle); curl's own connect time-out only gives a failed connect its proper error.
+void configureTimeOut(CURL* easy, Transfer& transfer) {
+  const long ms = timeoutMilliseconds(transfer.request.timeoutInterval);
+  transfer.idleLimit = std::chrono::milliseconds(ms);
+  transfer.noteActivity();
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, ms);
+  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
+  curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &transfer);
+}
+
 // Prepares the easy handle; an error when the request cannot be sent at all.
 std::optional<Error> prepare(Transfer& transfer) {
   const std::string scheme = lowercaseScheme(transfer.request.url);
@@ -284,63 +362,88 @@ std::optional<Error> prepare(Transfer& transfer) {
   }
   CURL* easy = transfer.easy = curl_easy_init();
   if (easy == nullptr) return transportError(kURLErrorUnknown, "cannot create a transfer");
-  const auto& body = transfer.request.httpBody;
-  transfer.headers = buildHeaderList(transfer.request.allHTTPHeaderFields, body ? body->size() : 0);
+  transfer.headers = buildHeaderList(transfer.request.allHTTPHeaderFields);
+  transfer.bodyLimit = maximumBodyBytes.load();
+  transfer.headerLimit = maximumHeaderBytes.load();
 
   curl_easy_setopt(easy, CURLOPT_URL, transfer.request.url.absoluteString().c_str());
   curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https,file");
-  curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaxRedirects);
-  curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, timeoutMilliseconds(transfer.request.timeoutInterval));
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, transfer.errorText);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBodyData);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeaderLine);
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
+  curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, onBeforeRequest);
+  curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer.headers);
   curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
+  configureTimeOut(easy, transfer);
   configureMethodAndBody(easy, transfer);
   // A body too long by its declared Content-Length fails before any of it is read. Not for HEAD:
   // its Content-Length describes a body that never comes.
   if (transfer.request.httpMethod != "HEAD") {
-    curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE,
-                     static_cast<curl_off_t>(kMaxResponseBodyBytes));
+    curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(transfer.bodyLimit));
   }
   return std::nullopt;
 }
 
 URLResponse responseOf(Transfer& transfer) {
   URLResponse response;
-  long redirects = 0;
-  char* effectiveUrl = nullptr;
-  curl_easy_getinfo(transfer.easy, CURLINFO_REDIRECT_COUNT, &redirects);
-  curl_easy_getinfo(transfer.easy, CURLINFO_EFFECTIVE_URL, &effectiveUrl);
-  // Without a redirect the URL keeps the text it was given (curl would normalise it).
-  response.url = redirects > 0 && effectiveUrl != nullptr ? std::string(effectiveUrl)
-                                                          : transfer.request.url.absoluteString();
+  response.url = transfer.request.url.absoluteString();  // the text it was given, not curl's
   if (isHttpScheme(lowercaseScheme(transfer.request.url))) {
     long status = 0;
     curl_easy_getinfo(transfer.easy, CURLINFO_RESPONSE_CODE, &status);
     response.statusCode = static_cast<int>(status);
-    response.headerFields = std::move(transfer.responseHeaders);
+    response.headerFields = transfer.responseHeaders.take();
   }
   return response;
 }
 
+// libcurl refuses more than 300 KB of headers per answer and 100 KB per line by itself; while the
+// header block is still arriving, its "receive error" and "out of memory" come from there.
+bool isHeaderBlockTooLarge(const Transfer& transfer, CURLcode result) {
+  if (transfer.headersTooLarge) return true;
+  if (!transfer.headerBlockOpen) return false;
+  return result == CURLE_OUT_OF_MEMORY ||
+         (result == CURLE_RECV_ERROR &&
+          std::string_view(transfer.errorText).find("headers") != std::string_view::npos);
+}
+
 Error errorOf(const Transfer& transfer, CURLcode result) {
-  if (transfer.headersTooLarge) {
-    return transportError(kURLErrorBadServerResponse, "response headers too large");
+  if (isHeaderBlockTooLarge(transfer, result)) {
+    return transportError(kURLErrorBadServerResponse, "response header block too large");
   }
-  // Both come from the body cap: curl's CURLE_FILESIZE_EXCEEDED for a declared size, and the
+  // Both come from the body limit: curl's CURLE_FILESIZE_EXCEEDED for a declared size, and the
   // CURLE_WRITE_ERROR that our short count in onBodyData causes.
   if (transfer.bodyTooLarge || result == CURLE_FILESIZE_EXCEEDED) {
     return transportError(kURLErrorDataLengthExceedsMaximum, "resource exceeds maximum size");
   }
+  if (transfer.resendRefused) {
+    return transportError(kURLErrorNetworkConnectionLost, "The network connection was lost.");
+  }
   std::string description = transfer.errorText[0] != '\0' ? std::string(transfer.errorText)
                                                           : std::string(curl_easy_strerror(result));
   return transportError(urlErrorCode(result), std::move(description));
+}
+
+// The request that follows a redirect answer, as the phone's session makes it: 303, and 301 or
+// 302 after a POST, become a GET without body or body headers (a HEAD stays a HEAD); 307, 308
+// and the other methods keep everything.
+URLRequest redirectedRequest(URLRequest request, Url target, long status) {
+  request.url = std::move(target);
+  const std::string& method = request.httpMethod;
+  const bool becomesGet =
+      method != "HEAD" && (status == 303 || (status <= 302 && method == "POST"));
+  if (!becomesGet) return request;
+  request.httpMethod = "GET";
+  request.httpBody.reset();
+  HeaderFields kept;
+  for (const auto& [name, value] : request.allHTTPHeaderFields.fields()) {
+    if (!isBodyHeader(name)) kept.addValue(value, name);
+  }
+  request.allHTTPHeaderFields = std::move(kept);
+  return request;
 }
 
 // ---- The session --------------------------------------------------------------------------------
@@ -389,20 +492,21 @@ class CurlUrlSession final : public URLSession {
       int running = 0;
       curl_multi_perform(multi_, &running);
       collectFinished();
-      if (!canAdmitMore()) curl_multi_poll(multi_, nullptr, 0, kIdlePollMs, nullptr);
+      const int untilNextExpiry = expireIdle();
+      if (!canAdmitMore()) curl_multi_poll(multi_, nullptr, 0, untilNextExpiry, nullptr);
     }
   }
 
   bool canAdmitMore() {
     std::lock_guard lock(mutex_);
-    return !queued_.empty() && active_ < kMaxActiveTransfers;
+    return !queued_.empty() && running_.size() < kMaxActiveTransfers;
   }
 
   void admitQueued() {
     std::vector<std::unique_ptr<Transfer>> admitted;
     {
       std::lock_guard lock(mutex_);
-      while (!queued_.empty() && active_ + admitted.size() < kMaxActiveTransfers) {
+      while (!queued_.empty() && running_.size() + admitted.size() < kMaxActiveTransfers) {
         admitted.push_back(std::move(queued_.front()));
         queued_.pop_front();
       }
@@ -415,35 +519,86 @@ class CurlUrlSession final : public URLSession {
       finish(std::move(transfer), std::nullopt, std::nullopt, std::move(error));
       return;
     }
+    cookies_.attach(transfer->easy);
     if (curl_multi_add_handle(multi_, transfer->easy) != CURLM_OK) {
       finish(std::move(transfer), std::nullopt, std::nullopt,
              transportError(kURLErrorUnknown, "cannot start the transfer"));
       return;
     }
-    ++active_;
-    (void)transfer.release();  // owned by the easy handle (CURLOPT_PRIVATE) until it is done
+    // Owned by the easy handle (CURLOPT_PRIVATE) until it is done.
+    running_.push_back(transfer.release());
+  }
+
+  // Takes a finished or abandoned transfer back from curl.
+  std::unique_ptr<Transfer> release(CURL* easy) {
+    curl_multi_remove_handle(multi_, easy);
+    Transfer* raw = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &raw);
+    std::erase(running_, raw);
+    return std::unique_ptr<Transfer>(raw);
   }
 
   void collectFinished() {
     int remaining = 0;
     while (CURLMsg* message = curl_multi_info_read(multi_, &remaining)) {
       if (message->msg != CURLMSG_DONE) continue;
-      CURL* easy = message->easy_handle;
       const CURLcode result = message->data.result;  // `message` dies with the removal below
-      curl_multi_remove_handle(multi_, easy);
-      --active_;
-      Transfer* raw = nullptr;
-      curl_easy_getinfo(easy, CURLINFO_PRIVATE, &raw);
-      std::unique_ptr<Transfer> transfer(raw);
-      if (result == CURLE_OK) {
+      std::unique_ptr<Transfer> transfer = release(message->easy_handle);
+      // Saved before the completion runs: a process that ends after it keeps the cookies.
+      if (transfer->setsCookies) cookies_.save(transfer->easy);
+      if (result != CURLE_OK) {
+        Error error = errorOf(*transfer, result);
+        finish(std::move(transfer), std::nullopt, std::nullopt, std::move(error));
+      } else if (!followRedirect(transfer)) {
         URLResponse response = responseOf(*transfer);
         Bytes body = std::move(transfer->body);
         finish(std::move(transfer), std::move(body), std::move(response), std::nullopt);
-      } else {
-        Error error = errorOf(*transfer, result);
-        finish(std::move(transfer), std::nullopt, std::nullopt, std::move(error));
       }
     }
+  }
+
+  // Starts the next request when `transfer` ended in a redirect curl can point to; false when
+  // its answer is the task's answer. Takes the transfer only when it returns true.
+  bool followRedirect(std::unique_ptr<Transfer>& transfer) {
+    long status = 0;
+    char* location = nullptr;
+    curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(transfer->easy, CURLINFO_REDIRECT_URL, &location);
+    if (!isRedirectStatus(status) || location == nullptr) return false;
+    std::optional<Url> target = Url::parse(location);
+    if (!target || !isHttpScheme(lowercaseScheme(*target))) {
+      finish(std::move(transfer), std::nullopt, std::nullopt,
+             transportError(kURLErrorUnsupportedURL, "unsupported URL"));
+    } else if (transfer->redirects >= kMaxRedirects) {
+      finish(std::move(transfer), std::nullopt, std::nullopt,
+             transportError(kURLErrorHTTPTooManyRedirects, "too many HTTP redirects"));
+    } else {
+      start(std::make_unique<Transfer>(
+          transfer->ticket, redirectedRequest(std::move(transfer->request), *target, status),
+          std::move(transfer->completion), transfer->redirects + 1));
+      transfer.reset();
+    }
+    return true;
+  }
+
+  // Fails the transfers that have been silent for their whole time-out; the milliseconds until
+  // the next one could.
+  int expireIdle() {
+    const auto now = SteadyClock::now();
+    auto next = now + std::chrono::milliseconds(kIdlePollMs);
+    std::vector<CURL*> expired;
+    for (Transfer* transfer : running_) {
+      const auto deadline = transfer->lastActivity + transfer->idleLimit;
+      if (deadline <= now) expired.push_back(transfer->easy);
+      next = std::min(next, deadline);
+    }
+    for (CURL* easy : expired) {
+      finish(release(easy), std::nullopt, std::nullopt,
+             transportError(kURLErrorTimedOut, "The request timed out."));
+    }
+    if (!expired.empty()) return 0;
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - now).count();
+    return static_cast<int>(std::clamp<std::int64_t>(wait, 0, kIdlePollMs));
   }
 
   // Frees the transfer, runs its completion once, then lets waiters see it finished.
@@ -466,16 +621,24 @@ class CurlUrlSession final : public URLSession {
   }
 
   CURLM* const multi_;
+  detail::CookieJar cookies_;  // worker thread only, apart from its own locks
   std::thread::id workerId_;
   std::mutex mutex_;
   std::condition_variable settled_;               // a completion has returned
   std::deque<std::unique_ptr<Transfer>> queued_;  // guarded by mutex_
   std::set<std::uint64_t> unfinished_;            // guarded by mutex_: tickets not yet completed
   std::uint64_t nextTicket_ = 0;                  // guarded by mutex_
-  std::size_t active_ = 0;                        // worker thread only
+  std::vector<Transfer*> running_;                // worker thread only: transfers curl runs
 };
 
 }  // namespace
+
+URLSessionLimits urlSessionLimits() { return {maximumBodyBytes.load(), maximumHeaderBytes.load()}; }
+
+void setURLSessionLimits(const URLSessionLimits& limits) {
+  maximumBodyBytes.store(limits.maximumBodyBytes);
+  maximumHeaderBytes.store(limits.maximumHeaderBytes);
+}
 
 namespace linux_provider {
 

@@ -1,6 +1,5 @@
 #include "zelnora_core/APIService.h"
 
-#include <cctype>
 #include <string>
 #include <utility>
 
@@ -17,22 +16,9 @@ void addIfSendable(platform::URLRequest& request, std::string_view value, std::s
   if (detail::isSendableHeaderField(name, value)) request.addValue(value, name);
 }
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) !=
-        std::tolower(static_cast<unsigned char>(b[i]))) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// Our HTTP stack sends "Host" and "Content-Length" exactly as given and frames the body by them,
-// so a custom header must not extend them (the phone's session ignores these names as well).
-bool isMessageFramingHeader(std::string_view name) {
-  return equalsIgnoringCase(name, "Host") || equalsIgnoringCase(name, "Content-Length") ||
-         equalsIgnoringCase(name, "Transfer-Encoding");
+// The "Host" field names an IPv6 literal in brackets, as the authority of the URL does.
+std::string hostFieldValue(const std::string& host) {
+  return host.find(':') == std::string::npos ? host : "[" + host + "]";
 }
 
 // A request that cannot be formed sends nothing, yet its completion runs like every other one:
@@ -103,14 +89,14 @@ std::optional<platform::URLRequest> makeURLRequest(
   out.addValue("application/json; charset=UTF-8", "Content-Type");
   out.addValue("*/*", "Accept");
   out.addValue(request.body() ? std::to_string(request.body()->size()) : "0", "Content-Length");
-  addIfSendable(out, *host, "Host");
+  addIfSendable(out, hostFieldValue(*host), "Host");
   if (config && config->zelnoraAdsAppId) {
     addIfSendable(out, *config->zelnoraAdsAppId, "X-ZELNORA-CHANNEL-UUID");
   }
+  // Custom "Host", "Content-Length" or "Transfer-Encoding" join the request (and its dump) like
+  // any other field; the session frames the message itself and never sends them.
   if (customHeaders) {
-    for (const auto& [name, value] : *customHeaders) {
-      if (!isMessageFramingHeader(name)) addIfSendable(out, value, name);
-    }
+    for (const auto& [name, value] : *customHeaders) addIfSendable(out, value, name);
   }
   out.httpBody = request.body();
   return out;

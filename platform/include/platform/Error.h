@@ -23,6 +23,7 @@ enum URLErrorCode : std::int64_t {
   kURLErrorCannotFindHost = -1003,
   kURLErrorCannotConnectToHost = -1004,
   kURLErrorNetworkConnectionLost = -1005,
+  kURLErrorHTTPTooManyRedirects = -1007,
   kURLErrorBadServerResponse = -1011,
   kURLErrorCannotDecodeContentData = -1016,
   kURLErrorDataLengthExceedsMaximum = -1103,

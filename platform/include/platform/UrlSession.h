@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -72,6 +73,39 @@ ZELNORA_PLATFORM_EXPORT std::optional<HTTPURLResponse> asHTTPURLResponse(
 using DataTaskCompletion = std::function<void(
     std::optional<Bytes> body, std::optional<URLResponse> response, std::optional<Error> error)>;
 
+/// Guards that keep one answer from exhausting the host's memory; every exchange is held whole
+/// until its completion runs. An answer past a guard fails (that exchange only) with a transport
+/// error of NSURLErrorDomain.
+struct ZELNORA_PLATFORM_EXPORT URLSessionLimits {
+  /// The largest response body held for one exchange: -1103 ("resource exceeds maximum size")
+  /// beyond it, whether the body is declared, chunked or ended by the close.
+  std::size_t maximumBodyBytes = std::size_t{256} << 20;
+  /// The largest header block of one answer (status line and header lines, interim answers
+  /// included): -1011 with a description naming the header block beyond it. libcurl itself
+  /// refuses more than 300 KB per answer and 100 KB per line, with the same error, so larger
+  /// values change nothing.
+  std::size_t maximumHeaderBytes = std::size_t{256} << 10;
+};
+
+/// The guards of the process's URL session. Any thread; a change applies to exchanges that start
+/// after it.
+ZELNORA_PLATFORM_EXPORT URLSessionLimits urlSessionLimits();
+ZELNORA_PLATFORM_EXPORT void setURLSessionLimits(const URLSessionLimits& limits);
+
+/// The process-wide session, as the phone's shared session behaves:
+/// - A request is sent at most once. When a kept-alive connection dies after the request went out
+///   and before any answer byte, the exchange fails with -1005 ("The network connection was
+///   lost."); only a request that could not be written at all goes again on a fresh connection.
+/// - Redirects (301, 302, 303, 307, 308) are followed, at most 16: 303, and 301 or 302 after a
+///   POST, go on as a GET without the body and its Content-* headers; the others keep method,
+///   body and headers. The response is the last one, with its URL.
+/// - Host, Content-Length and Transfer-Encoding on the wire are always the transport's own; fields
+///   of these names in the request are never sent.
+/// - `timeoutInterval` is an idle time-out (in whole seconds, at least one): the exchange fails
+///   with -1001 when no data has flowed for that long, or when connecting takes that long; a slow
+///   but steady answer completes however long it takes.
+/// - Cookies are kept per the HTTP rules by one store shared by every exchange of the process and
+///   persisted for the app's bundle identifier (see README).
 class ZELNORA_PLATFORM_EXPORT URLSession {
  public:
   virtual ~URLSession() = default;
