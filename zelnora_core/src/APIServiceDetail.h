@@ -20,9 +20,10 @@ platform::Error invalidUrlError();
 
 // The request to send to `url`: 60 s time-out, the method's raw value, then added in order
 // "Content-Type", "Accept", "Content-Length", "Host", "X-ZELNORA-CHANNEL-UUID" (when the config
-// has a channel) and the custom headers (add semantics, so a custom "Accept" joins "*/*,value").
-// Fields that cannot be sent safely (see isSendableHeaderField) are left out. The record's own
-// `headers` are never read. Absent when the URL has no host.
+// has a channel) and the custom headers (add semantics, so a custom "Accept" joins "*/*,value",
+// a custom "Host" "host,value"). "Host" brackets an IPv6 literal. Fields that cannot be sent
+// safely (see isSendableHeaderField) are left out. The record's own `headers` are never read.
+// Absent when the URL has no host.
 std::optional<platform::URLRequest> makeURLRequest(
     const APIRequest& request, const platform::Url& url, const std::optional<ZAConfig>& config,
     const std::optional<std::map<std::string, std::string>>& customHeaders);

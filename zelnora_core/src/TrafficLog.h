@@ -17,8 +17,9 @@ inline constexpr std::string_view kIncomingBanner =
     "\n - - - - - - - - - - INCOMMING - - - - - - - - - - \n";
 inline constexpr std::string_view kEndBanner = "\n - - - - - - - - - -  END - - - - - - - - - - \n";
 
-// URL, request line (always with "?"), "HOST: " line, one "name: value \n" per header field the
-// session would send, and " " + body (as UTF-8, empty when invalid) when there is a body.
+// URL, request line (always with "?"), "HOST: " line, one "name: value \n" per header field of
+// the request (custom "Host" or "Content-Length" included: the session never sends those, the
+// dump shows them as they stand), and " " + body (as UTF-8, empty when invalid) when there is one.
 std::string outgoingText(const platform::URLRequest& request);
 
 // URL, status line, "Host: " line, header lines, body and error, each only when it exists.
