@@ -25,7 +25,7 @@ enum class FaultMode {
   closeMidBody,   // send headers announcing a body, half of it, then close
   stall,          // read the request and never answer (until the client gives up)
   garbageStatus,  // answer with a line that is not an HTTP status line, then close
-  hugeBody,       // answer 200 with a 10 MB body
+  hugeBody,       // answer 200 with a 1 GiB body, past the URL session's memory guard
   slowDrip,       // answer 200 normally, one byte every `dripInterval`
 };
 
@@ -37,7 +37,7 @@ struct FaultServerOptions {
   FaultMode mode = FaultMode::reset;
   int port = 0;  // 0: any free port
   std::chrono::milliseconds dripInterval{1};
-  std::size_t hugeBodyBytes = 10 * 1024 * 1024;
+  std::size_t hugeBodyBytes = std::size_t{1} << 30;
 };
 
 class FaultServer {
