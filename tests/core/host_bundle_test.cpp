@@ -48,8 +48,10 @@ TEST_P(HostPropertyList, MissingOrIncompleteEndsTheProcessWithItsMessage) {
 INSTANTIATE_TEST_SUITE_P(Table, HostPropertyList, ::testing::Values(
     FatalCase{"NoFile", std::nullopt, "ZelnoraAdsConfig plist not found"},
     FatalCase{"NotAPropertyList", "not a property list", "ZelnoraAdsConfig plist not found"},
-    FatalCase{"EveryKeyMissingNamesTheFirst", plist(entry("init_config")), "Missing plist key INIT_CONFIG"},
-    FatalCase{"ApiBaseBeforeGateway", plist(entry("INIT_CONFIG")), "Missing plist key API_BASE_URL"},
+    FatalCase{"EveryKeyMissingNamesTheFirst", plist(entry("init_config")),
+              "Missing plist key INIT_CONFIG"},
+    FatalCase{"ApiBaseBeforeGateway", plist(entry("INIT_CONFIG")),
+              "Missing plist key API_BASE_URL"},
     FatalCase{"GatewayMissing", plist(entry("INIT_CONFIG") + entry("API_BASE_URL")),
               "Missing plist key VQX_BASE_URL"},
     FatalCase{"NumberIsNoString", plist(entry("INIT_CONFIG", "<integer>5</integer>") +
