@@ -1,5 +1,4 @@
 // The shared preferences suite: the suite-name rule, the stored forms, and reads that fail quietly.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../../zelnora_core/src/PreferencesKeys.h"
@@ -34,11 +33,9 @@ class Preferences : public ::testing::Test {
   }
   platform::testing::FakeConsole console_;
   platform::testing::InMemoryUserDefaults store_;
-  platform::testing::FakeAdvertising advertising_;
   platform::testing::ScopedServices guard_{[this](platform::Services& s) {
     s.console = &console_;
     s.userDefaults = &store_;
-    s.advertising = &advertising_;
   }};
 };
 

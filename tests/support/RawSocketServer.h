@@ -105,8 +105,6 @@ class RawSocketServer {
     for (auto& connection : connections_) connection.join();
     ::close(listener_.fd);
   }
-  RawSocketServer(const RawSocketServer&) = delete;
-  RawSocketServer& operator=(const RawSocketServer&) = delete;
 
   int port() const { return listener_.port; }
   std::string url(std::string_view path = "/") const {

@@ -79,8 +79,6 @@ class RecordingServer {
     server_.stop();
     thread_.join();
   }
-  RecordingServer(const RecordingServer&) = delete;
-  RecordingServer& operator=(const RecordingServer&) = delete;
 
   int port() const { return port_; }
   std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }

@@ -31,10 +31,8 @@ constexpr const char* kRegistry = R"({"keys": {
   "channel": {"nt": "apns", "nai": "demo-app", "zelnoraAdsAppId": "other"},
   "ok299": {"status": 299, "nt": "apns", "nai": "demo-app"},
   "moved": {"status": 300, "nt": "apns", "nai": "demo-app"},
-  "forbidden": {"status": 403},
   "boom": {"status": 500},
   "junk": {"body": "not json"},
-  "no-nai": {"nt": "apns"},
   "kill-number": {"nt": "apns", "nai": "demo-app", "k": 1}}})";
 
 const std::string kIncoming = "\n - - - - - - - - - - INCOMMING - - - - - - - - - - \n\n";
@@ -168,8 +166,8 @@ INSTANTIATE_TEST_SUITE_P(Answers, StartUp, ::testing::Values(
     StartUpCase{"StoredKillDisables", kKill,
                 {"initialize demo-key", "set-user-id u", "request-permission"},
                 {"Zelnora Ads sdk disabled", "Sdk was not initialized", "Sdk was not initialized"},
-                "initialized=false debug=false disabled=true", R"({"nt":"old","nai":"old","k":true})",
-                0},
+                "initialized=false debug=false disabled=true",
+                R"({"nt":"old","nai":"old","k":true})", 0},
     StartUpCase{"DebugLiftsStoredKill", kKill, {"initialize demo-key debug=true"}, kOk,
                 "initialized=true debug=true disabled=false", fresh("demo-key"), 1},
     StartUpCase{"SecondStartUpIsRefused", "",
