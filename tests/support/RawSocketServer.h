@@ -2,10 +2,10 @@
 // library will not do (resets, closes without an answer, garbage status lines, stalls).
 #pragma once
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -22,12 +22,11 @@ class RawSocketServer {
  public:
   class Connection {
    public:
-    Connection(int fd, RawSocketServer& server) : fd_(fd), server_(server) { server_.track(fd_); }
-    ~Connection() {
-      if (fd_ < 0) return;
-      server_.untrack(fd_);
-      ::close(fd_);
+    Connection(int fd, RawSocketServer& server) : fd_(fd), server_(server) {
+      std::lock_guard lock(server_.mutex_);
+      server_.open_.push_back(fd_);
     }
+    ~Connection() { close(); }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -39,7 +38,8 @@ class RawSocketServer {
       while (head.find("\r\n\r\n") == std::string::npos && ::recv(fd_, &byte, 1, 0) == 1) {
         head += byte;
       }
-      server_.recordHead(head);
+      std::lock_guard lock(server_.mutex_);
+      server_.heads_.push_back(head);
       return head;
     }
 
@@ -47,13 +47,10 @@ class RawSocketServer {
     std::string readExactly(std::size_t count) {
       std::string bytes(count, '\0');
       std::size_t received = 0;
-      while (received < count) {
-        const ssize_t got = ::recv(fd_, bytes.data() + received, count - received, 0);
-        if (got <= 0) break;
-        received += static_cast<std::size_t>(got);
+      for (ssize_t got = 1; received < count && got > 0; received += std::max<ssize_t>(got, 0)) {
+        got = ::recv(fd_, bytes.data() + received, count - received, 0);
       }
-      bytes.resize(received);
-      return bytes;
+      return bytes.substr(0, received);
     }
 
     void send(std::string_view bytes) {
@@ -68,15 +65,22 @@ class RawSocketServer {
     void reset() {
       const linger abortive{1, 0};
       ::setsockopt(fd_, SOL_SOCKET, SO_LINGER, &abortive, sizeof abortive);
-      server_.untrack(fd_);
-      ::close(fd_);
-      fd_ = -1;
+      close();
     }
 
     // Blocks until the server is released or destroyed: a peer that never answers.
     void waitForRelease() { server_.waitForRelease(); }
 
    private:
+    void close() {
+      if (fd_ < 0) return;
+      std::unique_lock lock(server_.mutex_);
+      std::erase(server_.open_, fd_);
+      lock.unlock();
+      ::close(fd_);
+      fd_ = -1;
+    }
+
     int fd_;
     RawSocketServer& server_;
   };
@@ -85,13 +89,12 @@ class RawSocketServer {
 
   explicit RawSocketServer(Handler handler)
       : handler_(std::move(handler)), listener_(bindLoopback(64)) {
-    if (::pipe(stopPipe_) != 0) stopPipe_[0] = stopPipe_[1] = -1;
     acceptor_ = std::thread([this] { acceptLoop(); });
   }
 
   ~RawSocketServer() {
     release();
-    [[maybe_unused]] const ssize_t woken = ::write(stopPipe_[1], "x", 1);
+    ::shutdown(listener_.fd, SHUT_RDWR);  // wakes the accept loop
     acceptor_.join();
     {
       // A connection the client opened but never used (or keeps idle) would hold its handler
@@ -101,11 +104,7 @@ class RawSocketServer {
     }
     for (auto& connection : connections_) connection.join();
     ::close(listener_.fd);
-    ::close(stopPipe_[0]);
-    ::close(stopPipe_[1]);
   }
-  RawSocketServer(const RawSocketServer&) = delete;
-  RawSocketServer& operator=(const RawSocketServer&) = delete;
 
   int port() const { return listener_.port; }
   std::string url(std::string_view path = "/") const {
@@ -129,30 +128,13 @@ class RawSocketServer {
  private:
   void acceptLoop() {
     for (;;) {
-      pollfd watched[2] = {{listener_.fd, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
-      if (::poll(watched, 2, -1) < 0) continue;
-      if (watched[1].revents != 0) return;
       const int fd = ::accept(listener_.fd, nullptr, nullptr);
-      if (fd < 0) continue;
+      if (fd < 0) return;  // the listener was shut down
       connections_.emplace_back([this, fd] {
         Connection connection(fd, *this);
         handler_(connection);
       });
     }
-  }
-
-  void track(int fd) {
-    std::lock_guard lock(mutex_);
-    open_.push_back(fd);
-  }
-  void untrack(int fd) {
-    std::lock_guard lock(mutex_);
-    std::erase(open_, fd);
-  }
-
-  void recordHead(const std::string& head) {
-    std::lock_guard lock(mutex_);
-    heads_.push_back(head);
   }
 
   void waitForRelease() {
@@ -162,7 +144,6 @@ class RawSocketServer {
 
   Handler handler_;
   LoopbackSocket listener_;
-  int stopPipe_[2] = {-1, -1};
   std::thread acceptor_;
   std::vector<std::thread> connections_;  // acceptor thread only, until joined
   mutable std::mutex mutex_;

@@ -79,8 +79,6 @@ class RecordingServer {
     server_.stop();
     thread_.join();
   }
-  RecordingServer(const RecordingServer&) = delete;
-  RecordingServer& operator=(const RecordingServer&) = delete;
 
   int port() const { return port_; }
   std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
@@ -110,11 +108,9 @@ class RecordingServer {
   // ".../status/NNN" with status NNN (404 and 500 with a body), anything else 200 {"ok":true}.
   static void answerByStatusPath(const httplib::Request& request, httplib::Response& response) {
     const auto marker = request.path.rfind("/status/");
-    if (marker == std::string::npos) {
-      response.set_content("{\"ok\":true}", "application/json");
-      return;
-    }
-    response.status = std::stoi(request.path.substr(marker + 8));
+    response.status =
+        marker == std::string::npos ? 200 : std::stoi(request.path.substr(marker + 8));
+    if (response.status == 200) response.set_content("{\"ok\":true}", "application/json");
     if (response.status == 404)
       response.set_content("{\"error\":\"not found\"}", "application/json");
     if (response.status == 500) response.set_content("boom", "text/plain");
@@ -122,45 +118,27 @@ class RecordingServer {
 
  private:
   void respond(const httplib::Request& request, httplib::Response& response) {
-    std::optional<Answer> scripted;
-    {
-      std::lock_guard lock(mutex_);
-      received_.push_back(copyOf(request));
-      if (everyPath_) {
-        scripted = everyPath_;
-      } else if (auto it = byRoute_.find({request.method, request.path}); it != byRoute_.end()) {
-        scripted = it->second;
-      }
-    }
-    if (scripted) {
-      send(*scripted, response);
-    } else {
-      responder_(request, response);
-    }
-  }
-
-  static ReceivedRequest copyOf(const httplib::Request& request) {
-    ReceivedRequest copy{request.method, request.target, request.path, request.params, {},
-                         request.body};
+    std::unique_lock lock(mutex_);
+    ReceivedRequest& copy = received_.emplace_back(ReceivedRequest{
+        request.method, request.target, request.path, request.params, {}, request.body});
     for (const auto& [name, value] : request.headers) {
-      if (name.rfind("REMOTE_", 0) == 0 || name.rfind("LOCAL_", 0) == 0) continue;
-      copy.headers.emplace(name, value);
+      if (!name.starts_with("REMOTE_") && !name.starts_with("LOCAL_"))
+        copy.headers.emplace(name, value);
     }
-    return copy;
-  }
-
-  static void send(const Answer& answer, httplib::Response& response) {
-    response.status = answer.status;
-    if (!answer.dropMidBody) {
-      response.set_content(answer.body, answer.contentType);
-      return;
-    }
-    response.set_content_provider(
-        answer.body.size() + 100, answer.contentType,
-        [body = answer.body](size_t, size_t, httplib::DataSink& sink) {
-          sink.write(body.data(), body.size());
-          return false;  // ends the exchange with the announced length unmet
-        });
+    auto route = byRoute_.find({request.method, request.path});
+    std::optional<Answer> scripted = everyPath_                ? everyPath_
+                                     : route != byRoute_.end() ? std::optional(route->second)
+                                                               : std::nullopt;
+    lock.unlock();
+    if (!scripted) return responder_(request, response);
+    response.status = scripted->status;
+    if (!scripted->dropMidBody) return response.set_content(scripted->body, scripted->contentType);
+    // Announces more than it sends: the exchange ends with the length unmet.
+    response.set_content_provider(scripted->body.size() + 100, scripted->contentType,
+                                  [body = scripted->body](size_t, size_t, httplib::DataSink& sink) {
+                                    sink.write(body.data(), body.size());
+                                    return false;
+                                  });
   }
 
   const Responder responder_;
