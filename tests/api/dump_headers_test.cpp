@@ -2,7 +2,9 @@
 // URL with its brackets, and custom fields named like the framing headers, joined by add rules.
 #include <gtest/gtest.h>
 
-#include "KitInternals.h"
+#include "../../zelnora_core/src/APIServiceDetail.h"
+#include "../../zelnora_core/src/TrafficLog.h"
+#include "platform/Url.h"
 
 namespace zelnora_core {
 namespace {
