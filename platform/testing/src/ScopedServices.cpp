@@ -8,8 +8,6 @@ ScopedServices::ScopedServices(const std::function<void(Services&)>& change)
   internal::installServices(&mine_);
 }
 
-ScopedServices::~ScopedServices() {
-  internal::installServices(previous_ == &defaultServices() ? nullptr : previous_);
-}
+ScopedServices::~ScopedServices() { internal::installServices(previous_); }
 
 }  // namespace platform::testing
