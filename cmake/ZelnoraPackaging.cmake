@@ -41,6 +41,11 @@ else()
   set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Shared libraries of zelnora_core")
   set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
   set(CPACK_COMPONENTS_ALL runtime development)
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+  # The tools' own shared objects are in this build, not yet installed: show dpkg-shlibdeps where.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+    ${PROJECT_BINARY_DIR}/platform ${PROJECT_BINARY_DIR}/DeviceCatalog
+    ${PROJECT_BINARY_DIR}/zelnora_core)
 endif()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${zelnora_dev_depends}")
 
