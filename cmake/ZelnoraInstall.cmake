@@ -1,7 +1,8 @@
 # Install rules and the consumer package of the kit: the three libraries with their public and
 # generated headers, the CMake package `zelnora_core` (targets zelnora::platform,
 # zelnora::DeviceCatalog, zelnora::core) and the pkg-config file zelnora_core.pc.
-# The test kit (zelnora_platform_testing), the tools and the tests are not installed.
+# The tools zelnora-host and zelnora-service install as the component "tools"; the test kit
+# (zelnora_platform_testing), the tests and the benchmarks are not installed.
 include_guard(GLOBAL)
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -67,3 +68,10 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/zelnora_core.pc.in
   ${PROJECT_BINARY_DIR}/package/${ZELNORA_PACKAGE_NAME}.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/${ZELNORA_PACKAGE_NAME}.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# --- tools and Debian packages -------------------------------------------------------------------
+if(TARGET zelnora-host AND TARGET zelnora-service)
+  install(TARGETS zelnora-host zelnora-service
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+include(ZelnoraPackaging)

@@ -31,6 +31,8 @@ class StandardOutput final : public Console {
 
 }  // namespace
 
+void Console::writeFatal(std::string_view text) { writeAll(STDERR_FILENO, text); }
+
 void printLine(std::string_view line) {
   std::string piece;
   piece.reserve(line.size() + 1);
@@ -41,7 +43,11 @@ void printLine(std::string_view line) {
 void fatalError(std::string_view message) {
   std::string piece = "Fatal error: ";
   piece.append(message).push_back('\n');
-  writeAll(STDERR_FILENO, piece);
+  try {
+    console().writeFatal(piece);
+  } catch (...) {
+    writeAll(STDERR_FILENO, piece);  // a throwing host console still leaves the reason somewhere
+  }
   std::abort();
 }
 

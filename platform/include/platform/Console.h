@@ -18,13 +18,19 @@ class ZELNORA_PLATFORM_EXPORT Console {
   /// Writes `text` to standard output as one piece (one write call), so that pieces written by
   /// concurrent threads interleave only between pieces. Any thread. Never fails visibly.
   virtual void write(std::string_view text) = 0;
+
+  /// Receives the fatal-error piece ("Fatal error: " + message + line feed) just before the
+  /// process aborts, on the thread that met the error. The default writes it to standard error as
+  /// one piece; a host console may route it to its own log instead. Returning ends the process.
+  virtual void writeFatal(std::string_view text);
 };
 
 /// Writes `line` followed by one line feed as a single piece through the current console.
 ZELNORA_PLATFORM_EXPORT void printLine(std::string_view line);
 
-/// Ends the process: writes "Fatal error: " + message + line feed to standard error, then aborts.
-/// It cannot be caught or intercepted (no fake replaces it); tests use death tests.
+/// Ends the process: hands "Fatal error: " + message + line feed to the current console's
+/// `writeFatal` (standard error by default), then aborts. It cannot be caught or prevented; tests
+/// use death tests.
 [[noreturn]] ZELNORA_PLATFORM_EXPORT void fatalError(std::string_view message);
 
 }  // namespace platform

@@ -94,9 +94,11 @@ struct ZELNORA_PLATFORM_EXPORT Services {
   Clock* clock;
 };
 
-/// The providers in force: the defaults, or what a test installed. Any thread.
+/// The providers in force: the host's (platform/Providers.h) with the Linux providers for the
+/// services it left out, or what a test installed. Any thread. The first call is the kit's first
+/// use of its platform: it fixes the host's providers for the life of the process.
 ZELNORA_PLATFORM_EXPORT const Services& services();
-/// The Linux providers, created on first use.
+/// The Linux providers, all of them, created on first use.
 ZELNORA_PLATFORM_EXPORT const Services& defaultServices();
 
 inline Console& console() { return *services().console; }
@@ -117,8 +119,9 @@ inline AdvertisingIdentifierManager& advertisingIdentifierManager() {
 inline Clock& clock() { return *services().clock; }
 
 namespace internal {
-/// Installs `services` (owned by the caller, alive until replaced) or, with null, the defaults.
-/// Used only by the testing seam (platform/testing/ScopedServices.h).
+/// Installs `services` (owned by the caller, alive until replaced) or, with null, the providers
+/// fixed at the first use. Unlike `installProviders` it works at any time, but only when no kit
+/// call is in flight; for the testing seam (platform/testing/ScopedServices.h), not for hosts.
 ZELNORA_PLATFORM_EXPORT void installServices(const Services* services);
 }  // namespace internal
 

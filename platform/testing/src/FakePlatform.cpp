@@ -8,13 +8,17 @@
 namespace platform::testing {
 namespace {
 
+template <typename Map, typename Key>
+std::optional<typename Map::mapped_type> find(const Map& map, const Key& key) {
+  auto it = map.find(key);
+  return it == map.end() ? std::nullopt : std::optional(it->second);
+}
+
 class InMemorySuite final : public UserDefaultsSuite {
  public:
   std::optional<PropertyValue> object(std::string_view key) override {
     std::lock_guard lock(mutex_);
-    auto it = values_.find(key);
-    if (it == values_.end()) return std::nullopt;
-    return it->second;
+    return find(values_, key);
   }
   void set(std::string_view key, const PropertyValue& value) override {
     std::lock_guard lock(mutex_);
@@ -22,8 +26,7 @@ class InMemorySuite final : public UserDefaultsSuite {
   }
   void remove(std::string_view key) override {
     std::lock_guard lock(mutex_);
-    auto it = values_.find(key);
-    if (it != values_.end()) values_.erase(it);
+    if (auto it = values_.find(key); it != values_.end()) values_.erase(it);
   }
   std::map<std::string, PropertyValue> dictionaryRepresentation() override {
     std::lock_guard lock(mutex_);
@@ -57,22 +60,17 @@ std::vector<std::string> FakeConsole::lines() const {
 
 std::optional<std::string> FakeMainBundle::pathForResource(std::string_view name,
                                                            std::string_view type) {
-  auto it = resources.find(std::string(name) + "." + std::string(type));
-  if (it == resources.end()) return std::nullopt;
-  return it->second;
+  return find(resources, std::string(name) + "." + std::string(type));
 }
 
 std::optional<std::string> FakeMainBundle::bundleIdentifier() {
-  if (!info) return std::nullopt;
-  auto it = info->find("CFBundleIdentifier");
-  if (it == info->end() || it->second.string() == nullptr) return std::nullopt;
-  return *it->second.string();
+  auto value = info ? find(*info, "CFBundleIdentifier") : std::nullopt;
+  if (!value || value->string() == nullptr) return std::nullopt;
+  return *value->string();
 }
 
 std::optional<PropertyValue> FakeKitBundle::objectForInfoDictionaryKey(std::string_view key) {
-  auto it = entries.find(std::string(key));
-  if (it == entries.end()) return std::nullopt;
-  return it->second;
+  return find(entries, std::string(key));
 }
 
 std::shared_ptr<UserDefaultsSuite> InMemoryUserDefaults::suite(std::string_view suiteName) {
@@ -97,9 +95,7 @@ std::vector<std::string> InMemoryUserDefaults::openedSuiteNames() const {
 }
 
 std::optional<std::string> FakeProcessInfo::environment(std::string_view name) {
-  auto it = env.find(name);
-  if (it == env.end()) return std::nullopt;
-  return it->second;
+  return find(env, name);
 }
 
 void FakeSystemInfo::setMachine(std::string_view text) {

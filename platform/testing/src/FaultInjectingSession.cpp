@@ -4,16 +4,13 @@
 
 namespace platform::testing {
 
-FaultInjectingSession::FaultInjectingSession(URLSession& real)
-    : real_(real), worker_([this] { runFailures(); }) {}
+FaultInjectingSession::FaultInjectingSession(URLSession& real) : real_(real) {}
 
 FaultInjectingSession::~FaultInjectingSession() {
-  {
-    std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  changed_.notify_all();
-  worker_.join();
+  std::unique_lock lock(mutex_);
+  std::thread last = std::move(last_);
+  lock.unlock();
+  if (last.joinable()) last.join();  // each failure's thread first joins the one before it
 }
 
 void FaultInjectingSession::failWith(std::optional<Error> error) {
@@ -34,45 +31,32 @@ void FaultInjectingSession::dataTask(URLRequest request, DataTaskCompletion comp
     real_.dataTask(std::move(request), std::move(completion));
     return;
   }
-  failures_.push_back([completion = std::move(completion), error = *failure_] {
-    completion(std::nullopt, std::nullopt, error);
+  ++failuresPending_;
+  last_ = std::thread([this, completion = std::move(completion), error = *failure_,
+                       previous = std::move(last_)]() mutable {
+    if (previous.joinable()) previous.join();  // one at a time, in call order, like the real one
+    try {
+      completion(std::nullopt, std::nullopt, error);
+    } catch (...) {
+      // Like the real session: a throwing completion does not stop later ones.
+    }
+    completion = nullptr;  // release what the completion captured before reporting it done
+    std::lock_guard done(mutex_);
+    --failuresPending_;
+    changed_.notify_all();
   });
-  lock.unlock();
-  changed_.notify_all();
 }
 
 bool FaultInjectingSession::waitUntilIdle(std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   {
     std::unique_lock lock(mutex_);
-    const bool drained = changed_.wait_until(
-        lock, deadline, [this] { return failures_.empty() && failuresRunning_ == 0; });
-    if (!drained) return false;
+    if (!changed_.wait_until(lock, deadline, [this] { return failuresPending_ == 0; }))
+      return false;
   }
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
       deadline - std::chrono::steady_clock::now());
   return real_.waitUntilIdle(std::max(left, std::chrono::milliseconds(0)));
-}
-
-void FaultInjectingSession::runFailures() {
-  std::unique_lock lock(mutex_);
-  for (;;) {
-    changed_.wait(lock, [this] { return stopping_ || !failures_.empty(); });
-    if (failures_.empty()) return;  // stopping, nothing left
-    auto failure = std::move(failures_.front());
-    failures_.pop_front();
-    ++failuresRunning_;
-    lock.unlock();
-    try {
-      failure();
-    } catch (...) {
-      // Like the real session: a throwing completion does not stop later ones.
-    }
-    failure = nullptr;  // release what the completion captured before reporting it done
-    lock.lock();
-    --failuresRunning_;
-    changed_.notify_all();
-  }
 }
 
 }  // namespace platform::testing

@@ -22,9 +22,8 @@ class FakeConsole final : public Console {
   }
   // All pieces concatenated.
   std::string text() const {
-    std::lock_guard lock(mutex_);
     std::string all;
-    for (const auto& p : pieces_) all += p;
+    for (const auto& piece : pieces()) all += piece;
     return all;
   }
   // Pieces that are one diagnostic line each, without their line feed.

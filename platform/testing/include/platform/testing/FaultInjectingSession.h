@@ -3,8 +3,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <deque>
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -18,11 +16,12 @@ class FaultInjectingSession final : public URLSession {
  public:
   // `real` sends the requests that are not failed; it must outlive this session.
   explicit FaultInjectingSession(URLSession& real);
-  // Runs the failures still queued, then stops its thread.
+  // Runs the failures still queued first.
   ~FaultInjectingSession() override;
 
   // Every following task completes with (no body, no response, `error`) without being sent, on
-  // this session's own background thread. std::nullopt sends tasks through again.
+  // a background thread of this session's, one at a time in call order. std::nullopt sends tasks
+  // through again.
   void failWith(std::optional<Error> error);
   // Every request handed to `dataTask`, in call order, as given.
   std::vector<URLRequest> requests() const;
@@ -32,17 +31,13 @@ class FaultInjectingSession final : public URLSession {
   bool waitUntilIdle(std::chrono::milliseconds limit) override;
 
  private:
-  void runFailures();
-
   URLSession& real_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  std::optional<Error> failure_;                // guarded by mutex_
-  std::vector<URLRequest> requests_;            // guarded by mutex_
-  std::deque<std::function<void()>> failures_;  // guarded by mutex_
-  std::size_t failuresRunning_ = 0;             // guarded by mutex_
-  bool stopping_ = false;                       // guarded by mutex_
-  std::thread worker_;
+  std::optional<Error> failure_;      // guarded by mutex_
+  std::vector<URLRequest> requests_;  // guarded by mutex_
+  std::size_t failuresPending_ = 0;   // guarded by mutex_
+  std::thread last_;                  // the latest failure's thread; guarded by mutex_
 };
 
 }  // namespace platform::testing
