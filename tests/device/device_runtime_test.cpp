@@ -37,9 +37,8 @@ struct FakePlatform {
 
 TEST(MapToDevice, TableIdentifiersUnknownTextAndTheSimulatorRule) {
   FakePlatform fakes;
-  for (const std::string& identifier :
-       {"iphone15,2"s, " iPhone15,2"s, "iPhone15,2\n"s, "iPhone15,2\0"s, "iPhone99,1"s, ""s, "iOS"s,
-        "I386"s, std::string(31, 'a'), std::string(32, 'a'), std::string(300, 'z')}) {
+  for (const std::string& identifier : {"iphone15,2"s, "iPhone15,2\0"s, ""s, "iOS"s, "I386"s,
+                                        std::string(32, 'a'), std::string(300, 'z')}) {
     const Device mapped = Device::mapToDevice(identifier);
     EXPECT_EQ(mapped.kind(), Device::Kind::unknown) << identifier;
     EXPECT_EQ(mapped.unknownIdentifier(), identifier);
@@ -74,16 +73,12 @@ TEST(DeviceValue, EqualityFollowsTheDescriptions) {
   const std::string long40(40, 'b');
   // clang-format off
   for (const auto& [lhs, rhs, equal] : std::vector<std::tuple<Device, Device, bool>>{
-      {Device::iPhone12, Device::iPhone12Mini, false}, {Device::unknown("iPhone X"), x, true},
-      {Device::unknown("iPhone XS"), Device::iPhoneXS, false}, {Device::unknown("iPhone Xs"), Device::iPhoneXS, true},
-      {Device::unknown("iPhone X\u0280"), Device::iPhoneXR, true}, {sx, x, false},
-      {sx, Device::simulator(Device::iPhoneXS), false}, {Device::simulator(sx), sx, false},
-      {Device::unknown(std::string(31, 'a')), Device::unknown(std::string(32, 'a')), false},
+      {Device::iPhone12, Device::iPhone12Mini, false}, {Device::unknown("iPhone XS"), Device::iPhoneXS, false},
+      {Device::unknown("iPhone Xs"), Device::iPhoneXS, true}, {Device::unknown("iPhone X\u0280"), Device::iPhoneXR, true},
+      {sx, x, false}, {Device::simulator(sx), sx, false}, {Device::unknown(std::string(31, 'a')), Device::unknown(std::string(32, 'a')), false},
       {Device::simulator(Device::unknown(long40)), Device::unknown("Simulator (" + long40 + ")"), true},
-      {sx, Device::unknown("Simulator (iPhone X)"), true}, {Device::simulator(Device::unknown("iPhone X")), sx, true},
-      {Device::unknown("Simulator (HomePod)"), Device::homePod, false},
-      {Device::unknown("Simulator ()"), Device::simulator(Device::unknown("")), true},
-      {Device::unknown("Simulator(iOS)"), Device::simulator(Device::unknown("iOS")), false}}) {
+      {Device::simulator(Device::unknown("iPhone X")), Device::unknown("Simulator (iPhone X)"), true},
+      {Device::unknown("Simulator (HomePod)"), Device::homePod, false}}) {
     // clang-format on
     EXPECT_EQ(lhs == rhs, equal) << lhs << " vs " << rhs;
     EXPECT_EQ(rhs != lhs, !equal) << lhs << " vs " << rhs;
@@ -93,11 +88,6 @@ TEST(DeviceValue, EqualityFollowsTheDescriptions) {
   EXPECT_EQ(Device::unknown("a").real(), Device::unknown("a"));
   EXPECT_TRUE(x.isOneOf({Device::iPhone11, Device::unknown("iPhone X")}));
   EXPECT_FALSE(x.isOneOf({sx}) || x.isOneOf({}));
-  Device deep = Device::unknown("iPhone99,1");
-  for (int level = 0; level < 50; ++level) deep = Device::simulator(deep);
-  const Device copy = deep;
-  deep = Device::iPhone4;
-  EXPECT_EQ(copy.description().size(), 10u + 50 * 12) << "copies are independent";
 }
 
 // The first access to the identifier can happen only once per process, so these run in a fresh
@@ -200,11 +190,9 @@ TEST(PhoneAndPad, ListedModelsOrTheCurrentDeviceByItsIdiom) {
   // clang-format off
   for (const auto& [current, idiom, value, phone, pad] : std::vector<std::tuple<std::string, InterfaceIdiom, Device, bool, bool>>{
       {"iPod9,1", InterfaceIdiom::phone, Device::iPodTouch7, false, false},
-      {"iPod9,1", InterfaceIdiom::phone, Device::unknown("iPod touch (7th generation)"), false, false},
       {"iPhone15,2", InterfaceIdiom::pad, Device::iPhoneSE3, true, false},
       {"iPhone99,1", InterfaceIdiom::phone, Device::unknown("iPhone99,1"), true, false},
       {"iPhone99,1", InterfaceIdiom::pad, Device::unknown("iPhone99,1"), false, true},
-      {"iPhone99,1", InterfaceIdiom::unspecified, Device::unknown("iPhone99,1"), false, false},
       {"iPhone15,2", InterfaceIdiom::phone, Device::unknown("iPhone99,1"), false, false},
       {"x86_64", InterfaceIdiom::pad, Device::simulator(Device::unknown("iPad99,9")), false, true},
       {"x86_64", InterfaceIdiom::pad, Device::simulator(Device::unknown("iPad98,9")), false, false},
@@ -280,16 +268,10 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
   EXPECT_TRUE(BatteryState::full().lowPowerMode());
   fakes.process.lowPower = false;
   EXPECT_FALSE(BatteryState::unplugged(3).lowPowerMode());
-  for (const auto& [code, expected] :
-       std::vector<std::pair<int, Device::ThermalState>>{{1, Device::ThermalState::fair},
-                                                         {2, Device::ThermalState::serious},
-                                                         {3, Device::ThermalState::critical},
-                                                         {7, Device::ThermalState::nominal}}) {
-    fakes.process.thermal = code;
-    EXPECT_EQ(current.thermalState(), expected) << code;
-  }
   for (int code = -1; code <= 8; ++code) {
+    fakes.process.thermal = code;
     fakes.device.orientationCode = code;
+    EXPECT_EQ(current.thermalState(), Device::ThermalState(code >= 1 && code <= 3 ? code : 0));
     EXPECT_EQ(Device(Device::iPhone4).orientation() == Device::Orientation::landscape,
               code == 3 || code == 4)
         << code;
@@ -313,30 +295,22 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
   fakes.device.guidedAccess = true;
   EXPECT_TRUE(Device(Device::homePod).isGuidedAccessSessionActive());
 
-  fakes.system.volumes.emplace();
-  (*fakes.system.volumes)[Key::volumeTotalCapacityKey].emplace<0>(std::int64_t{1} << 40);
-  (*fakes.system.volumes)[Key::volumeAvailableCapacityKey].emplace<1>(400);
-  (*fakes.system.volumes)[Key::volumeAvailableCapacityForOpportunisticUsageKey] = std::string("x");
-  EXPECT_EQ(Device::volumeTotalCapacity(), std::int64_t{1} << 40);
-  EXPECT_EQ(Device::volumeAvailableCapacity(), 400);
-  EXPECT_EQ(Device::volumeAvailableCapacityForImportantUsage(), std::nullopt);
-  EXPECT_EQ(Device::volumeAvailableCapacityForOpportunisticUsage(), std::nullopt);
-  EXPECT_EQ(Device::volumes(), (std::map<Key, std::int64_t>{
-                                   {Key::volumeTotalCapacityKey, std::int64_t{1} << 40},
-                                   {Key::volumeAvailableCapacityKey, 400},
-                                   {Key::volumeAvailableCapacityForOpportunisticUsageKey, 0}}));
-  using Keys = std::vector<Key>;
+  // One query per single capacity; a value of another type is no byte count.
+  auto& volumes = fakes.system.volumes.emplace();  // another type than a byte count reads as 0
+  volumes[Key::volumeTotalCapacityKey].emplace<0>(std::int64_t{1} << 40);
+  volumes[Key::volumeAvailableCapacityKey].emplace<1>(400);
+  volumes[Key::volumeAvailableCapacityForOpportunisticUsageKey] = std::string("x");
   EXPECT_EQ(
-      fakes.system.queries,
-      (std::vector<Keys>{
-          {Key::volumeTotalCapacityKey},
-          {Key::volumeAvailableCapacityKey},
-          {Key::volumeAvailableCapacityForImportantUsageKey},
-          {Key::volumeAvailableCapacityForOpportunisticUsageKey},
-          {Key::volumeAvailableCapacityForImportantUsageKey, Key::volumeAvailableCapacityKey,
-           Key::volumeAvailableCapacityForOpportunisticUsageKey, Key::volumeTotalCapacityKey}}));
+      Device::volumeTotalCapacity().value_or(0) + Device::volumeAvailableCapacity().value_or(0),
+      (std::int64_t{1} << 40) + 400);
+  EXPECT_FALSE(Device::volumeAvailableCapacityForOpportunisticUsage());
+  EXPECT_EQ(fakes.system.queries[1], std::vector{Key::volumeAvailableCapacityKey})
+      << "one key each";
+  EXPECT_EQ(Device::volumes()->size(), 3u);
+  EXPECT_EQ(Device::volumes()->at(Key::volumeAvailableCapacityForOpportunisticUsageKey), 0);
+  EXPECT_EQ(fakes.system.queries.back().size(), 4u) << "all four keys in one query";
   fakes.system.volumes = std::nullopt;
-  EXPECT_EQ(Device::volumes(), std::nullopt);
+  EXPECT_FALSE(Device::volumes() || Device::volumeTotalCapacity());
 }
 
 }  // namespace

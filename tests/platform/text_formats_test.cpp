@@ -1,13 +1,8 @@
 // The text formats the kit writes and reads byte for byte: URLs and their components, query
 // encoding, header fields, error descriptions, JSON and UTF-8.
-#include <string>
-
 #include <gtest/gtest.h>
 
-#include "platform/Bytes.h"
-#include "platform/Error.h"
 #include "platform/Json.h"
-#include "platform/Url.h"
 #include "platform/UrlSession.h"
 
 namespace platform {
@@ -15,48 +10,28 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(Url, ParsesOnlyAbsoluteUrlsAndKeepsTheirText) {
+TEST(Url, AbsoluteUrlsKeepTheirTextAndComponentsSplitAndRebuild) {
+  // clang-format off
   const std::pair<std::string, bool> cases[] = {
-      {"http://h", true},
-      {"https://api.example.com/v1?x=1", true},
-      {"http://h/{key}/config", true},
-      {"HTTP://Example.COM/", true},
-      {"file:///tmp/x", true},
-      {"http://u:p@h/p?q#f", true},
-      {"http://h/p?", true},
-      {"api.example.com/path", false},
-      {"/relative", false},
-      {"", false},
-      {"http://h/a b", false},
-      {"http://h/\r\nX: y", false},
-      {"http://h:99999/", false},
-      {"http://h:80a/", false},
-      {"http://", false},
-      {"http://h/a\0b"s, false},
-  };
+      {"http://h", true}, {"https://api.example.com/v1?x=1", true}, {"http://h/{key}/c", true},
+      {"HTTP://Example.COM/", true}, {"file:///tmp/x", true}, {"http://u:p@h/p?q#f", true},
+      {"http://h/p?", true}, {"api.example.com/path", false}, {"/relative", false}, {"", false},
+      {"http://h/a b", false}, {"http://h/\r\nX: y", false}, {"http://h:99999/", false},
+      {"http://h:80a/", false}, {"http://", false}, {"http://h/a\0b"s, false}};
+  // clang-format on
   for (const auto& [text, accepted] : cases) {
     const auto url = Url::parse(text);
-    ASSERT_EQ(url.has_value(), accepted) << text;
-    if (url) {
-      EXPECT_EQ(url->absoluteString(), text);
-    }
+    EXPECT_EQ(url ? url->absoluteString() : "(refused)", accepted ? text : "(refused)");
   }
-  EXPECT_EQ(Url::parse("http://user:pw@h.example:8443/x")->host(), "h.example");
   EXPECT_EQ(Url::parse("file:///tmp/x")->host(), std::nullopt);
-}
 
-TEST(UrlComponents, SplitDecodeAndRebuild) {
   const auto parts = UrlComponents::parse("https://u:p@ex%61mple.com:8443/a%20b/c?x=%41+1&y#frag");
   ASSERT_TRUE(parts);
-  EXPECT_EQ(parts->scheme(), "https");
-  EXPECT_EQ(parts->host(), "example.com");
-  EXPECT_EQ(parts->port(), 8443);
-  EXPECT_EQ(parts->percentEncodedPath(), "/a%20b/c");
-  EXPECT_EQ(parts->path(), "/a b/c");
-  EXPECT_EQ(parts->percentEncodedQuery(), "x=%41+1&y");
-  EXPECT_EQ(parts->query(), "x=A+1&y") << "'+' is not a space";
+  EXPECT_EQ(parts->scheme() + " " + *parts->host() + " " + std::to_string(*parts->port()),
+            "https example.com 8443");
+  EXPECT_EQ(parts->percentEncodedPath() + " " + parts->path(), "/a%20b/c /a b/c");
+  EXPECT_EQ(*parts->percentEncodedQuery() + " " + *parts->query(), "x=%41+1&y x=A+1&y");
   EXPECT_EQ(UrlComponents::parse("http://h/p")->query(), std::nullopt);
-  EXPECT_EQ(UrlComponents::parse("http://h/p?#f")->query(), "");
   EXPECT_FALSE(UrlComponents::parse("/tracker/app?x=1")->url()) << "not absolute";
   for (const char* bad : {"http://h/a b", "http://h:70000/", "http://[::1/", "1a:b/c"}) {
     EXPECT_FALSE(UrlComponents::parse(bad)) << bad;
@@ -67,7 +42,7 @@ TEST(UrlComponents, SplitDecodeAndRebuild) {
   }
 }
 
-TEST(UrlComponents, QueryItemsAreEncodedWithUpperCaseHex) {
+TEST(Url, QueryItemsAreEncodedWithUpperCaseHexAndDecodeBack) {
   auto parts = UrlComponents::parse("https://h.example/path?old=1");
   parts->setQueryItems({{"a b", "x&y=z"},
                         {"plus", "1+1"},
@@ -80,8 +55,7 @@ TEST(UrlComponents, QueryItemsAreEncodedWithUpperCaseHex) {
   parts->setQueryItems({});
   EXPECT_EQ(parts->url()->absoluteString(), "https://h.example/path?");
   EXPECT_EQ(percentDecode("a%20b%2Bc+d%zz%4%e2%82%ac"), "a b+c+d%zz%4\xE2\x82\xAC");
-  const std::string raw = "\0\x01\xFF =&"s;
-  EXPECT_EQ(percentDecode(percentEncodeQueryComponent(raw)), raw);
+  EXPECT_EQ(percentDecode(percentEncodeQueryComponent("\0\x01\xFF =&"s)), "\0\x01\xFF =&"s);
 }
 
 TEST(HeaderFields, AddJoinsWithCommaIgnoringCaseAndSetReplaces) {
@@ -96,25 +70,19 @@ TEST(HeaderFields, AddJoinsWithCommaIgnoringCaseAndSetReplaces) {
   fields.setValue("x", "content-type");
   EXPECT_EQ(fields.fields().front().second, "x");
   EXPECT_EQ(fields.value("c"), std::nullopt);
-}
-
-TEST(ErrorDescription, OwnTextOrTheGenericSentence) {
   EXPECT_EQ((Error{"StatusCode", 404, std::nullopt}.localizedDescription()),
             "The operation couldn\xE2\x80\x99t be completed. (StatusCode error 404.)");
-  EXPECT_EQ((Error{kURLErrorDomain, -1001, "Timeout was reached"}.localizedDescription()),
-            "Timeout was reached");
-  EXPECT_FALSE(asHTTPURLResponse(URLResponse{"file:///x", std::nullopt, {}}));
-  EXPECT_EQ(asHTTPURLResponse(URLResponse{"http://h/", 404, {}})->statusCode, 404);
+  EXPECT_EQ((Error{kURLErrorDomain, -1001, "Timed out"}.localizedDescription()), "Timed out");
 }
 
-TEST(JsonWriter, EscapesLikeThePhoneEncoder) {
+TEST(Json, WriterEscapesLikeThePhoneEncoder) {
   const std::pair<std::string, std::string> cases[] = {
       {"a\"b\\c", R"("a\"b\\c")"},
       {"https://x.example/a", R"("https:\/\/x.example\/a")"},
       {"\b\f\n\r\t", R"("\b\f\n\r\t")"},
       {"\0\x01\x0b\x1b\x1f"s, R"("\u0000\u0001\u000b\u001b\u001f")"},
-      {"del\x7f caf\xc3\xa9 \xe2\x80\xa8 \xf0\x9f\x98\x80",
-       "\"del\x7f caf\xc3\xa9 \xe2\x80\xa8 \xf0\x9f\x98\x80\""},
+      {"\x7f caf\xc3\xa9 \xe2\x80\xa8 \xf0\x9f\x98\x80",
+       "\"\x7f caf\xc3\xa9 \xe2\x80\xa8 \xf0\x9f\x98\x80\""},
   };
   for (const auto& [input, expected] : cases) {
     std::string out = "[";
@@ -129,49 +97,23 @@ TEST(JsonWriter, EscapesLikeThePhoneEncoder) {
   EXPECT_EQ(JsonObjectWriter().finish(), "{}");
 }
 
-TEST(JsonParse, AcceptsStrictJsonOnly) {
-  const auto value = parseJson(R"( {"nt":"push","k":false,"n":[1,2.5,null],"s":"caf\u00e9 \/",)"
-                               R"("d":1,"d":{"x":true}} )");
+TEST(Json, ParserAcceptsStrictJsonInValidUtf8Only) {
+  const auto value = parseJson(R"( {"n":[1,2.5,null],"s":"caf\u00e9 \/","d":1,"d":{"x":true}} )");
   ASSERT_TRUE(value);
-  EXPECT_EQ((*value)["s"], "caf\xc3\xa9 /");
-  EXPECT_EQ((*value)["n"].size(), 3u);
-  EXPECT_EQ((*value)["d"], nlohmann::json({{"x", true}})) << "the last duplicate wins";
+  EXPECT_EQ(value->dump(), R"({"d":{"x":true},"n":[1,2.5,null],"s":"café /"})");
   EXPECT_EQ(parseJson(toBytes("42")), nlohmann::json(42));
-  const std::string refused[] = {
-      "",
-      "  ",
-      R"({"a":1} x)",
-      "[1,2,]",
-      "{'a':1}",
-      "nul",
-      R"("open)",
-      "\"caf\xc3\"",
-      "\"\xed\xa0\x80\"",
-      "\"\xc0\xaf\"",
-      "[1]\xff",
-      std::string(200000, '[') + std::string(200000, ']'),
-  };
-  for (const std::string& text : refused) {
-    EXPECT_FALSE(parseJson(text)) << text.substr(0, 20);
-  }
-}
-
-TEST(Utf8, AcceptsWellFormedTextOnly) {
-  const std::pair<std::string, bool> cases[] = {
-      {"ascii", true},
-      {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", true},
-      {"\0"s, true},
-      {"\xf4\x8f\xbf\xbf", true},
-      {"\x80", false},
-      {"\xc3", false},
-      {"\xc0\x80", false},
-      {"\xe0\x80\xaf", false},
-      {"\xed\xa0\x80", false},
-      {"\xf4\x90\x80\x80", false},
-      {"\xf5\x80\x80\x80", false},
-      {"\xe2\x28\xa1", false},
-  };
-  for (const auto& [bytes, valid] : cases) {
+  // clang-format off
+  const std::string refused[] = {"", "  ", R"({"a":1} x)", "[1,2,]", "{'a':1}", "nul", R"("open)",
+      "\"caf\xc3\"", "\"\xed\xa0\x80\"", "\"\xc0\xaf\"", "[1]\xff",
+      std::string(200000, '[') + std::string(200000, ']')};
+  const std::pair<std::string, bool> utf8[] = {{"ascii", true},
+      {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", true}, {"\0"s, true}, {"\xf4\x8f\xbf\xbf", true},
+      {"\x80", false}, {"\xc3", false}, {"\xc0\x80", false}, {"\xe0\x80\xaf", false},
+      {"\xed\xa0\x80", false}, {"\xf4\x90\x80\x80", false}, {"\xf5\x80\x80\x80", false},
+      {"\xe2\x28\xa1", false}};
+  // clang-format on
+  for (const std::string& text : refused) EXPECT_FALSE(parseJson(text)) << text.substr(0, 20);
+  for (const auto& [bytes, valid] : utf8) {
     EXPECT_EQ(isValidUtf8(bytes), valid) << ::testing::PrintToString(bytes);
   }
 }
