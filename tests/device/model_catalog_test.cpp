@@ -40,10 +40,6 @@ TEST(ModelTable, EveryRowIsReachableDescribedAndWrappedAsItsColumnsSay) {
     EXPECT_EQ(simulated.kind(), Device::Kind::simulator);
     EXPECT_EQ(simulated.real().modelCase(), row.model);
     EXPECT_EQ(device.cameras(), camerasOf(row.cameras));
-    EXPECT_EQ(device.hasCamera(), row.cameras != 0);
-    EXPECT_EQ(device.hasWideCamera() + 2 * device.hasTelephotoCamera() +
-                  4 * device.hasUltraWideCamera() + 8 * device.hasNormalCamera(),
-              row.cameras + 8 * (row.cameras & detail::kWide));
     for (const Device& value : {device, simulated, Device::simulator(simulated)}) {
       EXPECT_EQ(value.cpu(), row.cpu);
       EXPECT_EQ(value.diagonal(), row.diagonal);
@@ -82,8 +78,8 @@ TEST(ModelTable, HandPickedRows) {
   EXPECT_EQ(differing, (std::vector<std::string>{"iPhone XS", "iPhone XS Max", "iPhone XR"}));
 }
 
-// Each group with the predicate that reads it (none for those read with the idiom), its size and
-// the group of its simulators.
+// Each group with the predicate that reads it, its size and the group of its simulators. (The
+// idiom, which can make the current device a phone or a pad, is unspecified here.)
 TEST(CapabilityGroups, AgreeWithTheirPredicatesAndSimulatorGroupsWrapThem) {
   using Group = const std::vector<Device>& (*)();
   struct Case {
@@ -96,8 +92,8 @@ TEST(CapabilityGroups, AgreeWithTheirPredicatesAndSimulatorGroupsWrapThem) {
   using D = Device;
   // clang-format off
   const Case cases[] = {
-      {&D::allPods, &D::isPod, 3, &D::allSimulatorPods}, {&D::allPhones, nullptr, 39, &D::allSimulatorPhones},
-      {&D::allPads, nullptr, 32, &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, 23, &D::allSimulatorXSeriesDevices},
+      {&D::allPods, &D::isPod, 3, &D::allSimulatorPods}, {&D::allPhones, &D::isPhone, 39, &D::allSimulatorPhones},
+      {&D::allPads, &D::isPad, 32, &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, 23, &D::allSimulatorXSeriesDevices},
       {&D::allPlusSizedDevices, nullptr, 12, &D::allSimulatorPlusSizedDevices},
       {&D::allProDevices, nullptr, 22, &D::allSimulatorProDevices}, {&D::allMiniDevices, nullptr, 6, &D::allSimulatorMiniDevices},
       {&D::allDevicesWithSensorHousing, &D::hasSensorHousing, 23, &D::allSimulatorDevicesWithSensorHousing},
@@ -155,7 +151,8 @@ TEST(ValueTypes, CpuNamesAndOrderPencilSetsAndBatteryStates) {
   }
   const ApplePencilSupport both{ApplePencilSupport::firstGeneration,
                                 ApplePencilSupport::secondGeneration};
-  EXPECT_EQ(both.rawValue() + (both ^ ApplePencilSupport::firstGeneration).rawValue(), 5u);
+  EXPECT_EQ(both.rawValue(), 3u);
+  EXPECT_EQ(both ^ ApplePencilSupport::firstGeneration, ApplePencilSupport::secondGeneration);
   EXPECT_EQ(BatteryState::unplugged(-100).description(),
             "Battery level: -100%, device is unplugged.");
   // clang-format off
@@ -165,7 +162,8 @@ TEST(ValueTypes, CpuNamesAndOrderPencilSetsAndBatteryStates) {
       {BatteryState::charging(40), BatteryState::unplugged(40), false}}) {
     // clang-format on
     EXPECT_EQ(lhs < rhs, less) << lhs.description() << " < " << rhs.description();
-    EXPECT_EQ((rhs > lhs) + 2 * (lhs >= rhs), less + 2 * !less) << lhs.description();
+    EXPECT_EQ(rhs > lhs, less) << lhs.description();
+    EXPECT_EQ(lhs >= rhs, !less) << lhs.description();
   }
   EXPECT_TRUE(BatteryState::charging(40) != BatteryState::unplugged(40) &&
               BatteryState::charging(40) <= BatteryState::unplugged(40));
