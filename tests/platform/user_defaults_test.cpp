@@ -52,8 +52,9 @@ TEST(UserDefaultsSuite, KeepsTypesReplacesWholeAndRemoves) {
   for (const auto& [key, value] : values) EXPECT_EQ(suite->object(key), value) << key;
   EXPECT_EQ(openSuite(dir.path())->dictionaryRepresentation(), values) << "another connection";
   suite->set("headers", makeStringDictionary({{"c", "3"}}));
-  suite->set("headers", "\xff\xfe"s);  // no property-list text for it: the old value stays
-  EXPECT_EQ(suite->object("headers"), makeStringDictionary({{"c", "3"}}));
+  EXPECT_EQ(suite->object("headers"), makeStringDictionary({{"c", "3"}})) << "replaced whole";
+  suite->set("hexText", "\xff\xfe"s);  // no property-list text for it: the old value stays
+  EXPECT_EQ(suite->object("hexText"), PropertyValue("68656c6c6f"));
   suite->remove("headers");
   suite->remove("never-written");
   EXPECT_FALSE(suite->object("headers"));
