@@ -1,173 +1,173 @@
-// Every model case against the catalog as transcribed in ModelExpectations.h: identifiers, names
-// and facts, for the plain, the simulated and the doubly simulated value.
-#include <set>
+// The model table read through the public Device interface: every row reachable and described as
+// its columns say, simulators wrapping their model, groups agreeing with their predicates, a few
+// hand-picked rows and the small value types.
+#include <sstream>
 
 #include <gtest/gtest.h>
 
+#include "../../DeviceCatalog/src/ModelTable.h"
 #include "DeviceCatalog/Device.h"
-#include "device/ModelExpectations.h"
 
-namespace device_test {
+namespace DeviceCatalog {
 namespace {
 
-class ModelCatalogTest : public ::testing::TestWithParam<ExpectedModel> {};
+using Camera = Device::CameraType;
 
-TEST_P(ModelCatalogTest, EveryIdentifierMapsToTheCase) {
-  const ExpectedModel& expected = GetParam();
-  for (const std::string& identifier : expected.identifiers) {
-    const Device mapped = Device::mapToDevice(identifier);
-    EXPECT_EQ(mapped.modelCase(), expected.device.modelCase()) << identifier;
-    EXPECT_EQ(mapped.kind(), Device::Kind::model) << identifier;
+std::vector<Camera> camerasOf(detail::Cameras bits) {
+  std::vector<Camera> cameras;
+  for (const auto& [bit, type] : {std::pair{detail::kWide, Camera::wide},
+                                  {detail::kTelephoto, Camera::telephoto},
+                                  {detail::kUltraWide, Camera::ultraWide}}) {
+    if (bits & bit) cameras.push_back(type);
+  }
+  return cameras;
+}
+
+TEST(ModelTable, EveryRowIsReachableDescribedAndWrappedAsItsColumnsSay) {
+  for (const detail::ModelRow& row : detail::kModelTable) {
+    const Device device(row.model);
+    SCOPED_TRACE(row.description);
+    for (const std::string_view identifier : row.identifiers.places) {
+      if (identifier.empty()) continue;
+      EXPECT_EQ(Device::mapToDevice(identifier).modelCase(), row.model) << identifier;
+    }
+    EXPECT_EQ(device.description(), row.description);
+    EXPECT_EQ(device.safeDescription(), row.safeDescription);
+    EXPECT_EQ(Device::unknown(row.description), device) << "equal by description";
+    const Device simulated = Device::simulator(device);
+    EXPECT_EQ(simulated.description(), "Simulator (" + std::string(row.description) + ")");
+    EXPECT_EQ(simulated.safeDescription(), "Simulator (" + std::string(row.safeDescription) + ")");
+    EXPECT_EQ(simulated.kind(), Device::Kind::simulator);
+    EXPECT_EQ(simulated.real().modelCase(), row.model);
+    EXPECT_EQ(device.cameras(), camerasOf(row.cameras));
+    for (const Device& value : {device, simulated, Device::simulator(simulated)}) {
+      EXPECT_EQ(value.cpu(), row.cpu);
+      EXPECT_EQ(value.diagonal(), row.diagonal);
+      EXPECT_EQ(value.screenRatio(), row.screenRatio);
+      EXPECT_EQ(value.ppi(), row.ppi);
+      EXPECT_EQ(value.applePencilSupport().rawValue(), row.applePencilSupport);
+      EXPECT_EQ(value.cameras().empty() && !value.hasCamera(), value != device || !row.cameras);
+    }
   }
 }
 
-TEST_P(ModelCatalogTest, DescriptionsAreByteExact) {
-  const ExpectedModel& expected = GetParam();
-  EXPECT_EQ(expected.device.description(), expected.description);
-  EXPECT_EQ(expected.device.safeDescription(), expected.safeDescription);
-  EXPECT_EQ(Device::simulator(expected.device).description(),
-            "Simulator (" + expected.description + ")");
-  EXPECT_EQ(Device::simulator(expected.device).safeDescription(),
-            "Simulator (" + expected.safeDescription + ")");
-}
-
-TEST_P(ModelCatalogTest, FactsOfTheModel) {
-  const ExpectedModel& expected = GetParam();
-  const Device& device = expected.device;
-  EXPECT_EQ(device.cpu(), expected.cpu);
-  EXPECT_EQ(device.diagonal(), expected.diagonal);
-  EXPECT_EQ(device.screenRatio(), expected.screenRatio);
-  EXPECT_EQ(device.ppi(), expected.ppi);
-  EXPECT_EQ(device.cameras(), expected.cameras);
-  EXPECT_EQ(device.applePencilSupport().rawValue(), expected.applePencilRawValue);
-}
-
-TEST_P(ModelCatalogTest, SimulatorsShareTheFactsButHaveNoCamera) {
-  const ExpectedModel& expected = GetParam();
-  for (const Device& wrapped : {Device::simulator(expected.device),
-                                Device::simulator(Device::simulator(expected.device))}) {
-    SCOPED_TRACE(wrapped.description());
-    EXPECT_EQ(wrapped.cpu(), expected.cpu);
-    EXPECT_EQ(wrapped.diagonal(), expected.diagonal);
-    EXPECT_EQ(wrapped.screenRatio(), expected.screenRatio);
-    EXPECT_EQ(wrapped.ppi(), expected.ppi);
-    EXPECT_EQ(wrapped.applePencilSupport().rawValue(), expected.applePencilRawValue);
-    EXPECT_TRUE(wrapped.cameras().empty());
-    EXPECT_FALSE(wrapped.hasCamera());
-    EXPECT_FALSE(wrapped.hasWideCamera());
+TEST(ModelTable, HandPickedRows) {
+  using C = Camera;
+  EXPECT_EQ(Device::kModelCount, 75u);
+  // clang-format off
+  for (const auto& [device, text] : std::vector<std::pair<Device, std::string>>{
+      {Device::iPhone14ProMax, "iPhone 14 Pro Max|A16 Bionic|6.7|9:19.5|458|3|0"},
+      {Device::iPadMini6, "iPad Mini (6th generation)|A15 Bionic|8.3|744:1133|326|1|2"},
+      {Device::homePod, "HomePod|A8|-1|4:5|-1|0|0"},
+      {Device::iPhone4, "iPhone 4|A4|3.5|2:3|326|1|0"},
+      {Device::unknown("iPhone99,1"), "iPhone99,1|unknown|-1|-1:-1|none|0|0"}}) {
+    // clang-format on
+    std::ostringstream facts;
+    facts << device.description() << "|" << device.cpu().description() << "|" << device.diagonal()
+          << "|" << device.screenRatio().width << ":" << device.screenRatio().height << "|"
+          << (device.ppi() ? std::to_string(*device.ppi()) : "none") << "|"
+          << device.cameras().size() << "|" << device.applePencilSupport().rawValue();
+    EXPECT_EQ(facts.str(), text);
   }
-}
-
-TEST_P(ModelCatalogTest, CameraPredicatesFollowTheCameraList) {
-  const ExpectedModel& expected = GetParam();
-  auto has = [&](Device::CameraType type) {
-    return std::find(expected.cameras.begin(), expected.cameras.end(), type) !=
-           expected.cameras.end();
-  };
-  const Device& device = expected.device;
-  EXPECT_EQ(device.hasCamera(), !expected.cameras.empty());
-  EXPECT_EQ(device.hasNormalCamera(), has(Device::CameraType::wide));
-  EXPECT_EQ(device.hasWideCamera(), has(Device::CameraType::wide));
-  EXPECT_EQ(device.hasTelephotoCamera(), has(Device::CameraType::telephoto));
-  EXPECT_EQ(device.hasUltraWideCamera(), has(Device::CameraType::ultraWide));
-}
-
-TEST_P(ModelCatalogTest, KindAndCaseOfTheValue) {
-  const ExpectedModel& expected = GetParam();
-  EXPECT_EQ(expected.device.kind(), Device::Kind::model);
-  EXPECT_FALSE(expected.device.unknownIdentifier().has_value());
-  const Device simulated = Device::simulator(expected.device);
-  EXPECT_EQ(simulated.kind(), Device::Kind::simulator);
-  EXPECT_FALSE(simulated.modelCase().has_value());
-  EXPECT_EQ(simulated.real().modelCase(), expected.device.modelCase());
-}
-
-INSTANTIATE_TEST_SUITE_P(AllModels, ModelCatalogTest, ::testing::ValuesIn(expectedModels()),
-                         [](const auto& info) { return info.param.caseName; });
-
-TEST(ModelCatalog, SeventyFiveCasesInCatalogOrder) {
-  ASSERT_EQ(expectedModels().size(), 75u);
-  ASSERT_EQ(Device::kModelCount, 75u);
-  for (std::size_t index = 0; index < expectedModels().size(); ++index) {
-    const auto modelCase = expectedModels()[index].device.modelCase();
-    ASSERT_TRUE(modelCase.has_value());
-    EXPECT_EQ(static_cast<std::size_t>(*modelCase), index) << expectedModels()[index].caseName;
-  }
-}
-
-TEST(ModelCatalog, NamesAreDistinctAcrossModels) {
-  std::set<std::string> descriptions, safeDescriptions;
-  for (const ExpectedModel& model : expectedModels()) {
-    descriptions.insert(model.device.description());
-    safeDescriptions.insert(model.device.safeDescription());
-  }
-  EXPECT_EQ(descriptions.size(), 75u);
-  EXPECT_EQ(safeDescriptions.size(), 75u);
-}
-
-TEST(ModelCatalog, OnlyTheXsAndXrNamesDifferBetweenTheTwoDescriptions) {
+  EXPECT_EQ(Device::iPhone14ProMax.cameras(), (std::vector{C::wide, C::telephoto, C::ultraWide}));
+  EXPECT_EQ(Device::iPhoneXR.description(), "iPhone X\xCA\x80");
   std::vector<std::string> differing;
-  for (const ExpectedModel& model : expectedModels()) {
-    if (model.device.description() != model.device.safeDescription()) {
-      differing.push_back(model.caseName);
+  for (const detail::ModelRow& row : detail::kModelTable) {
+    if (row.description != row.safeDescription) differing.emplace_back(row.safeDescription);
+  }
+  EXPECT_EQ(differing, (std::vector<std::string>{"iPhone XS", "iPhone XS Max", "iPhone XR"}));
+}
+
+// Each group with the predicate that reads it, its size and the group of its simulators. (The
+// idiom, which can make the current device a phone or a pad, is unspecified here.)
+TEST(CapabilityGroups, AgreeWithTheirPredicatesAndSimulatorGroupsWrapThem) {
+  using Group = const std::vector<Device>& (*)();
+  struct Case {
+    Group group;
+    bool (Device::*predicate)() const;
+    std::size_t size;
+    Group simulators = nullptr;
+    bool simulatorsToo = true;  // no simulator has a camera
+  };
+  using D = Device;
+  // clang-format off
+  const Case cases[] = {
+      {&D::allPods, &D::isPod, 3, &D::allSimulatorPods}, {&D::allPhones, &D::isPhone, 39, &D::allSimulatorPhones},
+      {&D::allPads, &D::isPad, 32, &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, 23, &D::allSimulatorXSeriesDevices},
+      {&D::allPlusSizedDevices, nullptr, 12, &D::allSimulatorPlusSizedDevices},
+      {&D::allProDevices, nullptr, 22, &D::allSimulatorProDevices}, {&D::allMiniDevices, nullptr, 6, &D::allSimulatorMiniDevices},
+      {&D::allDevicesWithSensorHousing, &D::hasSensorHousing, 23, &D::allSimulatorDevicesWithSensorHousing},
+      {&D::allTouchIDCapableDevices, &D::isTouchIDCapable, 30}, {&D::allFaceIDCapableDevices, &D::isFaceIDCapable, 31},
+      {&D::allBiometricAuthenticationCapableDevices, &D::hasBiometricSensor, 61},
+      {&D::allDevicesWithRoundedDisplayCorners, &D::hasRoundedDisplayCorners, 35},
+      {&D::allDevicesWith3dTouchSupport, &D::has3dTouchSupport, 9},
+      {&D::allDevicesWithWirelessChargingSupport, &D::supportsWirelessCharging, 27},
+      {&D::allDevicesWithALidarSensor, &D::hasLidarSensor, 14}, {&D::allApplePencilCapableDevices, nullptr, 22},
+      {&D::allDevicesWithCamera, &D::hasCamera, 74, nullptr, false},
+      {&D::allDevicesWithNormalCamera, &D::hasNormalCamera, 74, nullptr, false},
+      {&D::allDevicesWithWideCamera, &D::hasWideCamera, 74, nullptr, false},
+      {&D::allDevicesWithTelephotoCamera, &D::hasTelephotoCamera, 15, nullptr, false},
+      {&D::allDevicesWithUltraWideCamera, &D::hasUltraWideCamera, 25, nullptr, false},
+      {&D::allRealDevices, nullptr, 74, &D::allSimulators}};
+  // clang-format on
+  for (const Case& c : cases) {
+    const std::vector<Device>& group = c.group();
+    EXPECT_EQ(group.size(), c.size) << group.front();
+    for (std::size_t i = 1; i < group.size(); ++i) {
+      EXPECT_LT(group[i - 1].modelCase(), group[i].modelCase()) << "in model order, each once";
+    }
+    std::vector<Device> wrapped;
+    for (const Device& member : group) wrapped.push_back(Device::simulator(member));
+    EXPECT_TRUE(!c.simulators || c.simulators() == wrapped) << group.front();
+    for (const detail::ModelRow& row : detail::kModelTable) {
+      const Device device(row.model), simulated = Device::simulator(device);
+      if (c.predicate == nullptr) continue;
+      EXPECT_EQ((device.*c.predicate)(), device.isOneOf(group)) << device;
+      EXPECT_EQ((simulated.*c.predicate)(), c.simulatorsToo && device.isOneOf(group)) << device;
+      EXPECT_FALSE((Device::simulator(simulated).*c.predicate)()) << device;
+      EXPECT_FALSE((Device::unknown("iPhone99,1").*c.predicate)());
     }
   }
-  EXPECT_EQ(differing, (std::vector<std::string>{"iPhoneXS", "iPhoneXSMax", "iPhoneXR"}));
-}
-
-TEST(ModelCatalog, XrDescriptionEndsInSmallCapitalR) {
-  const std::string description = Device::iPhoneXR.description();
-  ASSERT_EQ(description.size(), 10u);
-  EXPECT_EQ(description.substr(0, 8), "iPhone X");
-  EXPECT_EQ(static_cast<unsigned char>(description[8]), 0xCA);
-  EXPECT_EQ(static_cast<unsigned char>(description[9]), 0x80);
-  EXPECT_EQ(Device::iPhoneXR.safeDescription(), "iPhone XR");
-}
-
-TEST(ModelCatalog, IdentifiersAreUniqueAcrossTheTable) {
-  std::set<std::string> seen;
-  std::size_t count = 0;
-  for (const ExpectedModel& model : expectedModels()) {
-    for (const std::string& identifier : model.identifiers) {
-      seen.insert(identifier);
-      ++count;
-    }
+  for (const Device& device : Device::allRealDevices()) {
+    EXPECT_TRUE(!device.isSimulator() && Device::simulator(device).isSimulator()) << device;
+    EXPECT_FALSE(Device::simulator(Device::simulator(device)).isSimulator()) << device;
   }
-  EXPECT_EQ(seen.size(), count);
+  EXPECT_FALSE(Device::simulator(Device::homePod).isSimulator());
+  EXPECT_TRUE(Device::unknown("Simulator (iPhone X)").hasSensorHousing()) << "by description";
+  EXPECT_FALSE(Device::unknown("iPhone XS").isFaceIDCapable()) << "the safe name is not the name";
 }
 
-TEST(ModelCatalog, NestedSimulatorDescriptions) {
-  EXPECT_EQ(Device::simulator(Device::iPhoneXS).description(), "Simulator (iPhone Xs)");
-  EXPECT_EQ(Device::simulator(Device::iPhoneXS).safeDescription(), "Simulator (iPhone XS)");
-  EXPECT_EQ(Device::simulator(Device::simulator(Device::homePod)).description(),
-            "Simulator (Simulator (HomePod))");
-  EXPECT_EQ(Device::simulator(Device::unknown("iOS")).description(), "Simulator (iOS)");
-}
-
-TEST(ModelCatalog, UnknownValuesDescribeThemselvesAndHaveNoFacts) {
-  for (const std::string identifier : {"iPhone99,1", ""}) {
-    const Device device = Device::unknown(identifier);
-    EXPECT_EQ(device.description(), identifier);
-    EXPECT_EQ(device.safeDescription(), identifier);
-    EXPECT_EQ(device.cpu(), CPU::unknown);
-    EXPECT_EQ(device.diagonal(), -1);
-    EXPECT_EQ(device.screenRatio(), (Device::ScreenRatio{-1, -1}));
-    EXPECT_EQ(device.ppi(), std::nullopt);
-    EXPECT_TRUE(device.cameras().empty());
-    EXPECT_TRUE(device.applePencilSupport().isEmpty());
+TEST(ValueTypes, CpuNamesAndOrderPencilSetsAndBatteryStates) {
+  std::istringstream names(
+      "A4|A5|A5X|A6|A6X|A7|A8|A8X|A9|A9X|A10 Fusion|A10X Fusion|A11 Bionic|"
+      "A12 Bionic|A12X Bionic|A12Z Bionic|A13 Bionic|A14 Bionic|A15 Bionic|"
+      "A16 Bionic|A17 Pro|M1|M2|unknown");
+  std::string name;
+  for (int i = 0; std::getline(names, name, '|'); ++i) {
+    const CPU cpu(static_cast<CPU::Value>(i)), previous(static_cast<CPU::Value>(i > 0 ? i - 1 : 0));
+    EXPECT_EQ(cpu.description(), name);
+    EXPECT_EQ(previous<cpu, i> 0) << name;
+    EXPECT_EQ(std::hash<CPU>{}(previous) == std::hash<CPU>{}(cpu), i == 0) << name;
   }
-  // Unwrapping reaches an unknown inside simulators too.
-  EXPECT_EQ(Device::simulator(Device::unknown("iPhone99,1")).cpu(), CPU::unknown);
-  EXPECT_EQ(Device::simulator(Device::unknown("iPhone99,1")).ppi(), std::nullopt);
-}
-
-TEST(ModelCatalog, UnknownSpellingAModelNameKeepsUnknownFacts) {
-  // Equal to iPhoneX by description, but still an unknown value for the facts.
-  const Device spelled = Device::unknown("iPhone X");
-  EXPECT_EQ(spelled, Device::iPhoneX);
-  EXPECT_EQ(spelled.cpu(), CPU::unknown);
-  EXPECT_FALSE(spelled.hasCamera());
+  const ApplePencilSupport both{ApplePencilSupport::firstGeneration,
+                                ApplePencilSupport::secondGeneration};
+  EXPECT_EQ(both.rawValue(), 3u);
+  EXPECT_EQ(both ^ ApplePencilSupport::firstGeneration, ApplePencilSupport::secondGeneration);
+  EXPECT_EQ(BatteryState::unplugged(-100).description(),
+            "Battery level: -100%, device is unplugged.");
+  // clang-format off
+  for (const auto& [lhs, rhs, less] : std::vector<std::tuple<BatteryState, BatteryState, bool>>{
+      {BatteryState::unplugged(99), BatteryState::full(), true}, {BatteryState::full(), BatteryState::charging(100), false},
+      {BatteryState::charging(20), BatteryState::unplugged(30), true}, {BatteryState::unplugged(30), BatteryState::unplugged(20), false},
+      {BatteryState::charging(40), BatteryState::unplugged(40), false}}) {
+    // clang-format on
+    EXPECT_EQ(lhs < rhs, less) << lhs.description() << " < " << rhs.description();
+    EXPECT_EQ(rhs > lhs, less) << lhs.description();
+    EXPECT_EQ(lhs >= rhs, !less) << lhs.description();
+  }
+  EXPECT_TRUE(BatteryState::charging(40) != BatteryState::unplugged(40) &&
+              BatteryState::charging(40) <= BatteryState::unplugged(40));
 }
 
 }  // namespace
-}  // namespace device_test
+}  // namespace DeviceCatalog

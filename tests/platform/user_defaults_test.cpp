@@ -1,309 +1,194 @@
+// The SQLite preferences suite: typed values, removal, private files, damaged files, and what
+// other connections, threads and processes (forked, or killed mid-write) see.
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <string>
+#include <random>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/UserDefaults.h"
-#include "support/ChildTest.h"
 #include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
 
-using test_support::TempDirectory;
+using namespace std::string_literals;
+using Entries = std::map<std::string, PropertyValue>;
 
-constexpr const char* kWriterDirectoryVariable = "ZELNORA_TEST_DEFAULTS_WRITER_DIR";
-constexpr const char* kWriterReadyFdVariable = "ZELNORA_TEST_DEFAULTS_READY_FD";
-constexpr const char* kSharedSuite = "group.com.example.host.za";
-constexpr int kWritesPerProcess = 500;
+constexpr const char* kSuite = "group.com.example.host.za";
 
-mode_t modeOf(const std::string& path) {
-  struct stat info {};
-  if (::stat(path.c_str(), &info) != 0) return 0;
-  return info.st_mode & 07777;
+std::shared_ptr<UserDefaultsSuite> openSuite(const std::string& directory) {
+  return makeSqliteUserDefaultsStore(directory)->suite(kSuite);
 }
 
-std::string keyFor(std::string_view writer, int i) {
-  return std::string(writer) + "." + std::to_string(i);
+// Runs `body` in a forked child and returns its pid; the child exits 0 when `body` returns true.
+template <typename Body>
+pid_t forkChild(Body body) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(body() ? 0 : 1);
+  return child;
 }
 
-void writeKeys(UserDefaultsSuite& suite, std::string_view writer) {
-  for (int i = 0; i < kWritesPerProcess; ++i) {
-    suite.set(keyFor(writer, i), toBytes(std::string(writer) + " wrote " + std::to_string(i)));
-  }
+bool exitedCleanly(pid_t child) {
+  int status = 0;
+  return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-TEST(UserDefaultsSuite, ValuesKeepTheirTypes) {
-  TempDirectory dir;
-  auto store = makeSqliteUserDefaultsStore(dir.path());
-  auto suite = store->suite("group.com.example.za");
-  ASSERT_NE(suite, nullptr);
-  const PropertyValue values[] = {
-      PropertyValue(toBytes(R"({"nt":"a","nai":"b"})")),
-      PropertyValue("AAAAAAAA-BBBB-CCCC-DDDD-EEEEEEEEEEEE"),
-      makeStringDictionary({{"X-One", "1"}, {"X-Two", "caf\xc3\xa9"}}),
-      makeStringDictionary({}),
-      PropertyValue(Bytes{}),
-      PropertyValue(""),
-      PropertyValue(PropertyArray{std::int64_t{-3}, 2.75, true, PropertyDate{12.5}}),
-      PropertyValue(std::int64_t{1} << 50),
-      PropertyValue(false),
-  };
-  for (std::size_t i = 0; i < std::size(values); ++i) {
-    const std::string key = "key" + std::to_string(i);
-    suite->set(key, values[i]);
-    EXPECT_EQ(suite->object(key), values[i]) << key;
-  }
-  // A second store on the same container reads what the first wrote, types intact.
-  auto other = makeSqliteUserDefaultsStore(dir.path())->suite("group.com.example.za");
-  ASSERT_NE(other, nullptr);
-  EXPECT_EQ(other->dictionaryRepresentation().size(), std::size(values));
-  EXPECT_EQ(other->object("key0"), values[0]);
-  EXPECT_EQ(other->object("key2"), values[2]);
-}
-
-TEST(UserDefaultsSuite, TextIsNeverReadAsDataNorDataAsText) {
-  TempDirectory dir;
-  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("types");
-  ASSERT_NE(suite, nullptr);
-  suite->set("text", "68656c6c6f");
-  suite->set("bytes", toBytes("hello"));
-  suite->set("headers", makeStringDictionary({{"a", "b"}}));
-  const auto text = suite->object("text");
-  ASSERT_TRUE(text.has_value());
-  EXPECT_EQ(text->data(), nullptr);
-  EXPECT_EQ(text->dictionary(), nullptr);
-  const auto bytes = suite->object("bytes");
-  ASSERT_TRUE(bytes.has_value());
-  EXPECT_EQ(bytes->string(), nullptr);
-  EXPECT_EQ(*bytes->data(), toBytes("hello"));
-  const auto headers = suite->object("headers");
-  ASSERT_TRUE(headers.has_value());
-  EXPECT_EQ(headers->data(), nullptr);
-  EXPECT_EQ(asStringDictionary(*headers), (std::map<std::string, std::string>{{"a", "b"}}));
-  EXPECT_FALSE(asStringDictionary(*bytes).has_value());
-  EXPECT_FALSE(suite->object("never-written").has_value());
-}
-
-TEST(UserDefaultsSuite, SetReplacesWholeAndRemoveDeletes) {
-  TempDirectory dir;
-  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("replace");
-  ASSERT_NE(suite, nullptr);
-  suite->set("headers", makeStringDictionary({{"a", "1"}, {"b", "2"}}));
+TEST(UserDefaultsSuite, KeepsTypesReplacesWholeAndRemoves) {
+  test_support::TempDirectory dir;
+  auto suite = openSuite(dir.path());
+  const Entries values = {
+      {"json", toBytes(R"({"nt":"a"})")},
+      {"hexText", "68656c6c6f"},
+      {"headers", makeStringDictionary({{"X-One", "1"}, {"X-Two", "caf\xc3\xa9"}})},
+      {"empties", PropertyArray{Bytes{}, "", makeStringDictionary({})}},
+      {"numbers", PropertyArray{std::int64_t{1} << 50, 2.75, false, PropertyDate{12.5}}}};
+  for (const auto& [key, value] : values) suite->set(key, value);
+  for (const auto& [key, value] : values) EXPECT_EQ(suite->object(key), value) << key;
+  EXPECT_EQ(openSuite(dir.path())->dictionaryRepresentation(), values) << "another connection";
   suite->set("headers", makeStringDictionary({{"c", "3"}}));
-  EXPECT_EQ(suite->object("headers"), makeStringDictionary({{"c", "3"}}));
-  suite->set("headers", toBytes("now data"));
-  EXPECT_EQ(suite->object("headers"), PropertyValue(toBytes("now data")));
-  suite->set("kept", "yes");
+  EXPECT_EQ(suite->object("headers"), makeStringDictionary({{"c", "3"}})) << "replaced whole";
+  suite->set("hexText", "\xff\xfe"s);  // no property-list text for it: the old value stays
+  EXPECT_EQ(suite->object("hexText"), PropertyValue("68656c6c6f"));
   suite->remove("headers");
-  suite->remove("absent-key");
-  EXPECT_FALSE(suite->object("headers").has_value());
-  EXPECT_EQ(suite->dictionaryRepresentation(),
-            (std::map<std::string, PropertyValue>{{"kept", PropertyValue("yes")}}));
+  suite->remove("never-written");
+  EXPECT_FALSE(suite->object("headers"));
+  EXPECT_EQ(suite->dictionaryRepresentation().size(), values.size() - 1);
 }
 
-TEST(UserDefaultsSuite, ValuesThatCannotBeStoredLeaveTheOldValue) {
-  TempDirectory dir;
-  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("unstorable");
-  ASSERT_NE(suite, nullptr);
-  suite->set("key", "before");
-  suite->set("key", std::string("\xff\xfe"));  // not UTF-8: no property-list text for it
-  EXPECT_EQ(suite->object("key"), PropertyValue("before"));
-}
-
-TEST(UserDefaultsStore, SameSuiteNameGivesTheSameSuite) {
-  TempDirectory dir;
-  auto store = makeSqliteUserDefaultsStore(dir.path());
-  auto first = store->suite("one");
-  EXPECT_EQ(store->suite("one"), first);
-  auto second = store->suite("two");
-  ASSERT_NE(second, nullptr);
-  first->set("k", "in one");
-  EXPECT_FALSE(second->object("k").has_value());
-}
-
-TEST(UserDefaultsStore, UnsafeSuiteNamesAreRefused) {
-  TempDirectory dir;
-  auto store = makeSqliteUserDefaultsStore(dir.path());
-  const std::string unsafe[] = {
-      "", "/", "a/b", "..", ".", "../escape", std::string("a\0b", 3), std::string(300, 'n')};
-  for (const std::string& name : unsafe) {
-    EXPECT_EQ(store->suite(name), nullptr) << name;
-  }
-  EXPECT_NE(store->suite("group.com.example.host.za"), nullptr);
-  EXPECT_NE(store->suite("with space \xc3\xa9"), nullptr);
-}
-
-TEST(UserDefaultsStore, ContainerAndFilesArePrivateWhateverTheUmask) {
-  TempDirectory dir;
+TEST(UserDefaultsStore, SuitesAreNamedSafelyKeptPrivateAndSurviveDamage) {
+  test_support::TempDirectory dir;
   const mode_t previous = ::umask(0);
   const std::string container = dir.file("data/zelnora/app-groups");
-  auto suite = makeSqliteUserDefaultsStore(container)->suite("private");
+  auto store = makeSqliteUserDefaultsStore(container);
+  auto suite = store->suite("private");
   ::umask(previous);
-  ASSERT_NE(suite, nullptr);
   suite->set("k", "v");
-  for (const std::string& folder : {dir.file("data"), dir.file("data/zelnora"), container}) {
-    EXPECT_EQ(modeOf(folder), 0700u) << folder;
+  EXPECT_EQ(store->suite("private"), suite);
+  EXPECT_FALSE(store->suite("other")->object("k"));
+  struct stat info {};
+  for (const std::string& path :
+       {dir.file("data"), dir.file("data/zelnora"), container, container + "/private.sqlite",
+        container + "/private.sqlite-wal", container + "/private.sqlite-shm"}) {
+    EXPECT_EQ(::stat(path.c_str(), &info) == 0 ? info.st_mode & 0777 : 0,
+              path.find(".sqlite") == std::string::npos ? 0700u : 0600u)
+        << path;
   }
-  const std::string database = container + "/private.sqlite";
-  for (const std::string& file : {database, database + "-wal", database + "-shm"}) {
-    EXPECT_EQ(modeOf(file), 0600u) << file;
+  for (const std::string& unsafe :
+       {""s, "/"s, "a/b"s, ".."s, "."s, "a\0b"s, std::string(300, 'n')}) {
+    EXPECT_EQ(store->suite(unsafe), nullptr) << unsafe;
   }
-}
-
-TEST(UserDefaultsStore, ContainerThatCannotBeCreatedGivesNoSuite) {
-  TempDirectory dir;
-  const std::string notADirectory = dir.write("plain-file", "x");
-  EXPECT_EQ(makeSqliteUserDefaultsStore(notADirectory + "/app-groups")->suite("s"), nullptr);
-  EXPECT_EQ(makeSqliteUserDefaultsStore(notADirectory)->suite("s"), nullptr);
-  EXPECT_EQ(makeSqliteUserDefaultsStore("/proc/self/zelnora-app-groups")->suite("s"), nullptr);
-  if (::geteuid() != 0) {  // root writes into read-only directories anyway
-    const std::string readOnly = dir.file("read-only");
-    ASSERT_EQ(::mkdir(readOnly.c_str(), 0500), 0);
-    EXPECT_EQ(makeSqliteUserDefaultsStore(readOnly)->suite("s"), nullptr);
-  }
-}
-
-TEST(UserDefaultsStore, CorruptedDatabaseFileDoesNotCrash) {
-  TempDirectory dir;
-  std::string garbage(8192, '\0');
-  for (std::size_t i = 0; i < garbage.size(); ++i) garbage[i] = static_cast<char>(i * 7919 % 251);
-  dir.write("broken.sqlite", "SQLite format 3" + garbage);
-  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("broken");
-  if (suite != nullptr) {
-    suite->set("k", "v");
-    suite->remove("k");
-    EXPECT_TRUE(suite->dictionaryRepresentation().empty());
-    EXPECT_FALSE(suite->object("k").has_value());
-  }
+  EXPECT_NE(store->suite("with space \xc3\xa9"), nullptr);
+  EXPECT_EQ(makeSqliteUserDefaultsStore(dir.write("file", "x") + "/groups")->suite("s"), nullptr);
   dir.write("text.sqlite", "this is not a database at all");
   EXPECT_EQ(makeSqliteUserDefaultsStore(dir.path())->suite("text"), nullptr);
-}
 
-// Replaces the first `from` in the file by `to` (same length); false when it is not there.
-bool patchFile(const std::string& path, std::string_view from, std::string_view to) {
-  std::ifstream in(path, std::ios::binary);
+  // A stored value that no longer decodes reads as absent and hides no other.
+  openSuite(dir.path())->set("damaged", "value");
+  openSuite(dir.path())->set("intact", "other");
+  const std::string database = dir.file(std::string(kSuite) + ".sqlite");
+  std::ifstream in(database, std::ios::binary);
   std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  const std::size_t at = content.find(from);
-  if (at == std::string::npos) return false;
-  content.replace(at, from.size(), to);
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-  return true;
+  ASSERT_NE(content.find("bplist00Uvalue"), std::string::npos);
+  content.replace(content.find("bplist00Uvalue"), 8, "bplistXX");
+  std::ofstream(database, std::ios::binary | std::ios::trunc) << content;
+  EXPECT_EQ(openSuite(dir.path())->dictionaryRepresentation(), (Entries{{"intact", "other"}}));
 }
 
-TEST(UserDefaultsSuite, RowThatDoesNotDecodeReadsAsAbsentAndStays) {
-  TempDirectory dir;
-  const std::string database = dir.file("damaged.sqlite");
-  {
-    auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("damaged");
-    ASSERT_NE(suite, nullptr);
-    suite->set("damaged", "value");
-    suite->set("intact", "other");
-  }  // the last connection closes: the log is folded into the database file
-  ASSERT_TRUE(patchFile(database, "bplist00Uvalue", "bplistXXUvalue"));
-  {
-    auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("damaged");
-    ASSERT_NE(suite, nullptr);
-    EXPECT_FALSE(suite->object("damaged").has_value());
-    EXPECT_EQ(suite->dictionaryRepresentation(),
-              (std::map<std::string, PropertyValue>{{"intact", PropertyValue("other")}}));
-  }
-  ASSERT_TRUE(patchFile(database, "bplistXXUvalue", "bplist00Uvalue"));
-  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite("damaged");
-  ASSERT_NE(suite, nullptr);
-  EXPECT_EQ(suite->object("damaged"), PropertyValue("value"));
+// The suite answers repeated reads from memory; a write by another process (here a forked child
+// using the very suite object it inherited) must be read at once all the same.
+TEST(UserDefaultsSuite, AnotherProcessesWritesAreSeenAtOnce) {
+  test_support::TempDirectory dir;
+  auto suite = openSuite(dir.path());
+  suite->set("ZA_USER_DATA", "parent");
+  ASSERT_EQ(suite->object("ZA_USER_DATA"), PropertyValue("parent"));
+  EXPECT_TRUE(exitedCleanly(forkChild([&] {
+    const bool sawParent = suite->object("ZA_USER_DATA") == PropertyValue("parent");
+    suite->set("ZA_USER_DATA", toBytes("child"));
+    return sawParent;
+  })));
+  EXPECT_EQ(suite->object("ZA_USER_DATA"), PropertyValue(toBytes("child")));
+  EXPECT_TRUE(exitedCleanly(forkChild([&] {
+    openSuite(dir.path())->remove("ZA_USER_DATA");
+    return true;
+  })));
+  EXPECT_FALSE(suite->object("ZA_USER_DATA"));
 }
 
-TEST(UserDefaultsConcurrency, ThreadsWritingOneSuiteLoseNothing) {
-  TempDirectory dir;
+// Writers on two connections (as host and extension hold) lose no write, and a reader never goes
+// back to an older value than one it has seen.
+TEST(UserDefaultsConcurrency, WritersLoseNothingAndReadersNeverGoBack) {
+  test_support::TempDirectory dir;
   auto store = makeSqliteUserDefaultsStore(dir.path());
+  auto reader = openSuite(dir.path());
+  constexpr std::int64_t kWrites = 300;
+  std::atomic<int> writing{3};
   std::vector<std::thread> writers;
-  for (int t = 0; t < 4; ++t) {
-    writers.emplace_back([&store, t] {
-      auto suite = store->suite(kSharedSuite);
-      if (suite == nullptr) return;
-      for (int i = 0; i < 100; ++i)
-        suite->set(keyFor("thread" + std::to_string(t), i), std::int64_t{i});
+  for (int t = 0; t < 3; ++t) {
+    writers.emplace_back([&, t] {
+      auto suite = t == 2 ? openSuite(dir.path()) : store->suite(kSuite);
+      for (std::int64_t i = 1; i <= kWrites; ++i) {
+        suite->set("thread" + std::to_string(t) + "." + std::to_string(i), i);
+        if (t == 0) suite->set("counter", i);
+      }
+      --writing;
     });
   }
+  std::int64_t last = 0, wentBack = 0;
+  while (writing > 0) {
+    const auto value = reader->object("counter");
+    const auto* number = value ? std::get_if<std::int64_t>(&value->value) : nullptr;
+    wentBack += number != nullptr && *number < last;
+    last = number != nullptr ? *number : last;
+  }
   for (std::thread& writer : writers) writer.join();
-  EXPECT_EQ(store->suite(kSharedSuite)->dictionaryRepresentation().size(), 400u);
+  EXPECT_EQ(wentBack, 0);
+  EXPECT_EQ(reader->object("counter"), PropertyValue(kWrites));
+  EXPECT_EQ(reader->dictionaryRepresentation().size(), std::size_t{3 * kWrites + 1});
 }
 
-// Runs only as the second process of the test below.
-TEST(UserDefaultsConcurrency, SecondProcessWriter) {
-  const char* directory = std::getenv(kWriterDirectoryVariable);
-  const char* readyFd = std::getenv(kWriterReadyFdVariable);
-  if (directory == nullptr || readyFd == nullptr) GTEST_SKIP() << "runs as a child process only";
-  auto suite = makeSqliteUserDefaultsStore(directory)->suite(kSharedSuite);
-  ASSERT_NE(suite, nullptr);
-  const int fd = std::atoi(readyFd);
-  ASSERT_EQ(::write(fd, "r", 1), 1);
-  ::close(fd);
-  writeKeys(*suite, "child");
-}
-
-TEST(UserDefaultsConcurrency, TwoProcessesWritingAtOnceLoseNothing) {
-  TempDirectory dir;
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t child = test_support::spawnTestInChild(
-      "UserDefaultsConcurrency.SecondProcessWriter",
-      {std::string(kWriterDirectoryVariable) + "=" + dir.path(),
-       std::string(kWriterReadyFdVariable) + "=" + std::to_string(ready[1])},
-      {ready[0]});
-  ASSERT_GT(child, 0);
-  ::close(ready[1]);
-
-  auto suite = makeSqliteUserDefaultsStore(dir.path())->suite(kSharedSuite);
-  ASSERT_NE(suite, nullptr);
-  char signal = 0;
-  ASSERT_EQ(::read(ready[0], &signal, 1), 1) << "the child never opened the suite";
-  ::close(ready[0]);
-  writeKeys(*suite, "parent");
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-
-  const auto entries = suite->dictionaryRepresentation();
-  EXPECT_EQ(entries.size(), 2u * kWritesPerProcess);
-  for (const std::string writer : {"parent", "child"}) {
-    for (int i = 0; i < kWritesPerProcess; ++i) {
-      const auto found = entries.find(keyFor(writer, i));
-      ASSERT_NE(found, entries.end()) << keyFor(writer, i);
-      EXPECT_EQ(found->second, PropertyValue(toBytes(writer + " wrote " + std::to_string(i))));
+// A writer killed at random moments and started again: every write it saw return survives, and
+// every stored value still reads.
+TEST(UserDefaultsSuite, ReportedWritesSurviveAKilledWriter) {
+  test_support::TempDirectory dir;
+  constexpr std::int32_t kWrites = 1000;
+  const unsigned seed = std::random_device{}();
+  std::mt19937 random(seed);
+  std::int32_t reported = -1;
+  for (int round = 0; round < 5; ++round) {
+    int progress[2];
+    ASSERT_EQ(::pipe(progress), 0);
+    const pid_t writer = forkChild([&] {
+      auto suite = openSuite(dir.path());
+      for (std::int32_t i = reported + 1; i < kWrites; ++i) {
+        suite->set("key." + std::to_string(i), toBytes(std::to_string(i)));
+        suite->set("shared", makeStringDictionary({{"last", std::to_string(i)}}));
+        if (::write(progress[1], &i, sizeof i) != sizeof i) return false;
+      }
+      return true;
+    });
+    ::close(progress[1]);
+    const int killAfter = round < 4 ? std::uniform_int_distribution<int>(10, 150)(random) : kWrites;
+    for (std::int32_t index = 0, seen = 0;
+         ::read(progress[0], &index, sizeof index) == sizeof index; reported = index) {
+      if (++seen == killAfter) ::kill(writer, SIGKILL);
     }
+    ::close(progress[0]);
+    ::waitpid(writer, nullptr, 0);
   }
-}
-
-TEST(UserDefaultsFork, ChildProcessOpensItsOwnConnection) {
-  TempDirectory dir;
-  auto store = makeSqliteUserDefaultsStore(dir.path());
-  auto suite = store->suite("forked");
-  ASSERT_NE(suite, nullptr);
-  suite->set("before", "parent");
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    auto again = store->suite("forked");
-    bool ok = again != nullptr && again->object("before") == PropertyValue("parent");
-    if (again) again->set("child", "was here");
-    ::_exit(ok ? 0 : 1);
+  ASSERT_EQ(reported, kWrites - 1) << "seed " << seed;
+  auto suite = openSuite(dir.path());
+  ASSERT_NE(suite, nullptr) << "the suite no longer opens";
+  const Entries entries = suite->dictionaryRepresentation();
+  EXPECT_EQ(entries.size(), std::size_t{kWrites + 1});
+  for (std::int32_t i = 0; i < kWrites; ++i) {
+    EXPECT_EQ(entries.at("key." + std::to_string(i)), PropertyValue(toBytes(std::to_string(i))));
   }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  EXPECT_EQ(suite->object("child"), PropertyValue("was here"));
-  suite->set("after", "parent still works");
-  EXPECT_EQ(suite->object("after"), PropertyValue("parent still works"));
 }
 
 }  // namespace
