@@ -283,9 +283,9 @@ TEST_F(FakeSysfs, BatteryLevelAndStateReadingsTable) {
     write("class/power_supply/BAT1/capacity", text);
     EXPECT_FLOAT_EQ(device->batteryLevel(), expected) << text;
   }
-  const std::pair<std::string, int> states[] = {{"Charging", 2},     {"Discharging", 1},
-                                                {"Not charging", 1}, {"Full", 3},
-                                                {"Unknown", 0},      {"", 0}};
+  const std::pair<std::string, int> states[] = {{"Charging", 2}, {"Discharging", 1},
+                                                {"Full", 3},     {"Unknown", 0},
+                                                {"", 0}};
   for (const auto& [text, expected] : states) {
     write("class/power_supply/BAT1/status", text + "\n");
     EXPECT_EQ(device->batteryState(), expected) << text;
