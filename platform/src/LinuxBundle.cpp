@@ -12,8 +12,9 @@
 namespace platform {
 namespace {
 
-std::mutex directoryMutex;
-std::string configuredDirectory;  // guarded by directoryMutex
+// Constant-initialised, so that a host's static initialiser may set the directory first.
+constinit std::mutex directoryMutex;
+constinit std::string configuredDirectory;  // guarded by directoryMutex
 
 std::string executableDirectory() {
   std::string path(4096, '\0');
