@@ -1,6 +1,6 @@
 // Device::identifier, Device::current and Device::mapToDevice.
-#include <atomic>
 #include <memory>
+#include <mutex>
 
 #include "DeviceAccess.h"
 #include "DeviceCatalog/Device.h"
@@ -38,10 +38,27 @@ std::string readMachineIdentifier() {
 
 // The stored identifier text. Readers take a reference to the text they read, so a replaced
 // text lives until its last reader is done with it and is then freed: assigning in a loop keeps
-// one text, not every text ever assigned.
+// one text, not every text ever assigned. (A plain mutex: libstdc++ 12's atomic shared_ptr is
+// not understood by ThreadSanitizer.)
+class StoredText {
+ public:
+  std::shared_ptr<const std::string> load() const {
+    std::lock_guard lock(mutex_);
+    return text_;
+  }
+  void store(std::shared_ptr<const std::string> text) {
+    std::lock_guard lock(mutex_);
+    text_.swap(text);  // the old text is freed after the lock is released
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<const std::string> text_;  // guarded by mutex_
+};
+
 // Never destroyed: network-thread completions may still read it while the process exits.
-std::atomic<std::shared_ptr<const std::string>>& latestIdentifier() {
-  static auto* const latest = new std::atomic<std::shared_ptr<const std::string>>();
+StoredText& latestIdentifier() {
+  static auto* const latest = new StoredText();
   return *latest;
 }
 
