@@ -1,6 +1,5 @@
 // Device::identifier, Device::current and Device::mapToDevice.
-#include <atomic>
-#include <forward_list>
+#include <memory>
 #include <mutex>
 
 #include "DeviceAccess.h"
@@ -37,31 +36,45 @@ std::string readMachineIdentifier() {
   return identifier;
 }
 
-// The stored identifier texts. Readers load `latestIdentifier` without a lock, so a replaced text
-// must stay alive: texts are only ever added (assignments are rare), never freed.
-std::mutex identifierWriteMutex;
-std::atomic<const std::string*> latestIdentifier{nullptr};  // the newest of identifierTexts()
+// The stored identifier text. Readers take a reference to the text they read, so a replaced
+// text lives until its last reader is done with it and is then freed: assigning in a loop keeps
+// one text, not every text ever assigned. (A plain mutex: libstdc++ 12's atomic shared_ptr is
+// not understood by ThreadSanitizer.)
+class StoredText {
+ public:
+  std::shared_ptr<const std::string> load() const {
+    std::lock_guard lock(mutex_);
+    return text_;
+  }
+  void store(std::shared_ptr<const std::string> text) {
+    std::lock_guard lock(mutex_);
+    text_.swap(text);  // the old text is freed after the lock is released
+  }
 
-std::forward_list<std::string>& identifierTexts() {  // guarded by identifierWriteMutex
-  static auto* const texts = new std::forward_list<std::string>();
-  return *texts;
+ private:
+  mutable std::mutex mutex_;
+  std::shared_ptr<const std::string> text_;  // guarded by mutex_
+};
+
+// Never destroyed: network-thread completions may still read it while the process exits.
+StoredText& latestIdentifier() {
+  static auto* const latest = new StoredText();
+  return *latest;
 }
 
 void storeIdentifier(std::string identifier) {
-  std::lock_guard lock(identifierWriteMutex);
-  identifierTexts().push_front(std::move(identifier));
-  latestIdentifier.store(&identifierTexts().front(), std::memory_order_release);
+  latestIdentifier().store(std::make_shared<const std::string>(std::move(identifier)));
 }
 
 // The stored identifier, computed on the first access; concurrent first readers wait for the one
 // computation (function-local static initialisation).
-const std::string& storedIdentifier() {
+std::shared_ptr<const std::string> storedIdentifier() {
   static const bool computed = [] {
     storeIdentifier(readMachineIdentifier());
     return true;
   }();
   (void)computed;
-  return *latestIdentifier.load(std::memory_order_acquire);
+  return latestIdentifier().load();
 }
 
 // What a simulator imitates, looked up one level deep: a variable that names a simulator
@@ -91,14 +104,14 @@ Device simulatedDevice() {
 
 }  // namespace
 
-std::string Device::identifier() { return storedIdentifier(); }
+std::string Device::identifier() { return *storedIdentifier(); }
 
 void Device::setIdentifier(std::string identifier) {
   storedIdentifier();  // the first access computes the machine identifier, even a write
   storeIdentifier(std::move(identifier));
 }
 
-Device Device::current() { return mapToDevice(storedIdentifier()); }
+Device Device::current() { return mapToDevice(*storedIdentifier()); }
 
 Device Device::mapToDevice(std::string_view identifier) {
   if (auto model = detail::modelForIdentifier(identifier)) return *model;

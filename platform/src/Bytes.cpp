@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace platform {
 namespace {
@@ -27,7 +28,41 @@ SequenceShape shapeOf(unsigned char lead) {
   return {0, 0, 0};
 }
 
+// Length of the well-formed sequence at `at`, or the length of its maximal invalid subpart (the
+// longest start of a well-formed sequence, at least one byte) as a negative number.
+int sequenceAt(std::string_view bytes, std::size_t at) {
+  const SequenceShape shape = shapeOf(static_cast<unsigned char>(bytes[at]));
+  if (shape.length <= 1) return shape.length == 1 ? 1 : -1;
+  const std::size_t available = bytes.size() - at;
+  if (available < 2) return -1;
+  const auto second = static_cast<unsigned char>(bytes[at + 1]);
+  if (second < shape.secondMin || second > shape.secondMax) return -1;
+  for (int k = 2; k < shape.length; ++k) {
+    if (static_cast<std::size_t>(k) >= available ||
+        !isContinuation(static_cast<unsigned char>(bytes[at + static_cast<std::size_t>(k)]))) {
+      return -k;
+    }
+  }
+  return shape.length;
+}
+
 }  // namespace
+
+std::string repairedUtf8(std::string_view bytes) {
+  if (isValidUtf8(bytes)) return std::string(bytes);
+  std::string text;
+  text.reserve(bytes.size() + 8);
+  for (std::size_t at = 0; at < bytes.size();) {
+    const int length = sequenceAt(bytes, at);
+    if (length > 0) {
+      text.append(bytes.substr(at, static_cast<std::size_t>(length)));
+    } else {
+      text.append("\xEF\xBF\xBD");  // U+FFFD REPLACEMENT CHARACTER
+    }
+    at += static_cast<std::size_t>(length > 0 ? length : -length);
+  }
+  return text;
+}
 
 bool isValidUtf8(std::string_view bytes) {
   std::size_t i = 0;

@@ -12,8 +12,13 @@
 namespace platform {
 namespace {
 
-std::mutex directoryMutex;
-std::string configuredDirectory;  // guarded by directoryMutex
+// Usable from a host's static initialiser, before or after this file's: the mutex is
+// constant-initialised and the text is made on first use (and never destroyed).
+constinit std::mutex directoryMutex;
+std::string& configuredDirectory() {  // guarded by directoryMutex
+  static auto* const directory = new std::string();
+  return *directory;
+}
 
 std::string executableDirectory() {
   std::string path(4096, '\0');
@@ -28,7 +33,7 @@ std::string executableDirectory() {
 std::string bundleDirectory() {
   {
     std::lock_guard lock(directoryMutex);
-    if (!configuredDirectory.empty()) return configuredDirectory;
+    if (!configuredDirectory().empty()) return configuredDirectory();
   }
   static const std::string fallback = executableDirectory();
   return fallback;
@@ -86,7 +91,7 @@ class BuildConstantsKitBundle final : public KitBundle {
 
 void setMainBundleDirectory(std::string directory) {
   std::lock_guard lock(directoryMutex);
-  configuredDirectory = std::move(directory);
+  configuredDirectory() = std::move(directory);
 }
 
 namespace linux_provider {

@@ -199,8 +199,10 @@ class LinuxCurrentDevice final : public CurrentDevice {
     const std::optional<std::string> battery = batteries_.battery();
     if (!battery) return 0;
     const std::string status = readLine(*battery + "/status").value_or("");
-    if (status == "Charging") return 2;
-    if (status == "Discharging" || status == "Not charging") return 1;
+    // "Not charging": on mains with the charge held back (a charge limit), which the phone
+    // still reports as charging.
+    if (status == "Charging" || status == "Not charging") return 2;
+    if (status == "Discharging") return 1;
     if (status == "Full") return 3;
     return 0;
   }

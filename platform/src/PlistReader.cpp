@@ -216,6 +216,13 @@ class LibplistReader final : public PropertyListReader {
 
 std::optional<PropertyValue> parsePropertyList(std::string_view bytes) {
   if (bytes.empty() || bytes.size() > kMaxPropertyListBytes) return std::nullopt;
+  // Editors save XML with a UTF-8 byte-order mark, which the phone's reader skips and libplist
+  // refuses. A binary list has no such mark: one in front of it stays and makes it unreadable.
+  constexpr std::string_view kUtf8ByteOrderMark = "\xEF\xBB\xBF";
+  if (bytes.starts_with(kUtf8ByteOrderMark) &&
+      !isBinaryPropertyList(bytes.substr(kUtf8ByteOrderMark.size()))) {
+    bytes.remove_prefix(kUtf8ByteOrderMark.size());
+  }
   return parseWithinBounds(bytes);
 }
 

@@ -30,19 +30,32 @@
 namespace platform {
 namespace detail {
 
+// The container itself is private whatever was there before (a folder made 0777 by hand, or by
+// an older version under another umask). Opened without following a symbolic link, and changed
+// through the descriptor, so that a link or a folder of another user planted there is refused
+// rather than changed.
+bool makeOwnDirectoryPrivate(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return false;
+  struct stat info {};
+  const bool ok = ::fstat(fd, &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == ::geteuid() &&
+                  ((info.st_mode & 07777) == 0700 || ::fchmod(fd, 0700) == 0);
+  ::close(fd);
+  return ok;
+}
+
 bool createPrivateDirectories(const std::string& path) {
   if (path.empty()) return false;
   for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     const std::string prefix = path.substr(0, slash);
     if (::mkdir(prefix.c_str(), 0700) == 0) {
-      ::chmod(prefix.c_str(), 0700);
+      ::chmod(prefix.c_str(), 0700);  // the umask may have taken bits away
     } else if (errno != EEXIST) {
       return false;
     }
     if (slash == std::string::npos) break;
   }
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+  return makeOwnDirectoryPrivate(path);
 }
 
 }  // namespace detail
@@ -57,6 +70,20 @@ bool isSafeSuiteName(std::string_view name) {
          name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
+// A -wal or -shm file left from before is made 0600 through a descriptor that never follows a
+// symbolic link. A link planted in its place is removed (SQLite would write through it); SQLite
+// then creates the file afresh with the database file's mode.
+void makeCompanionPrivate(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    if (errno == ELOOP) ::unlink(path.c_str());
+    return;
+  }
+  struct stat info {};
+  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) ::fchmod(fd, 0600);
+  ::close(fd);
+}
+
 // Creates the database file 0600 before SQLite sees it: SQLite gives the -wal and -shm files the
 // mode of the database file, so all three stay private whatever the umask.
 bool preparePrivateFile(const std::string& path) {
@@ -64,7 +91,7 @@ bool preparePrivateFile(const std::string& path) {
   if (fd < 0) return false;
   const bool ok = ::fchmod(fd, 0600) == 0;
   ::close(fd);
-  for (const char* suffix : {"-wal", "-shm"}) ::chmod((path + suffix).c_str(), 0600);
+  for (const char* suffix : {"-wal", "-shm"}) makeCompanionPrivate(path + suffix);
   return ok;
 }
 

@@ -14,6 +14,8 @@ namespace zelnora_tools {
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
+constexpr std::size_t kWorkerThreads = 64;
+constexpr std::chrono::seconds kReadTimeout{2};
 constexpr std::string_view kConfigPrefix = "/config/";
 constexpr std::string_view kCampaignPrefix = "/campaign/v3/";
 const std::string kOkBody = R"({"status":"ok"})";
@@ -198,6 +200,12 @@ int ReferenceService::start() {
   server_->set_tcp_nodelay(true);
   // Short keep-alive so that stop() does not wait long on idle client connections.
   server_->set_keep_alive_timeout(1);
+  // Each connection holds one worker for as long as its client dawdles: with the library's 8
+  // workers and 5 s read time-out, 16 clients stopped half-way through a request head kept a
+  // normal request waiting 10 s. Many more workers than a test or load run opens connections,
+  // and a short read time-out, keep the service answering.
+  server_->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
+  server_->set_read_timeout(kReadTimeout);
   // The server library closes a connection after 5 requests by default, which made a client
   // open a new connection for every fifth report; a production front end allows far more.
   server_->set_keep_alive_max_count(1000);

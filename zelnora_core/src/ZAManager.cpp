@@ -29,7 +29,7 @@ ZAManager& ZAManager::sharedInstance() {
   return *instance;
 }
 
-ZAManager& data = ZAManager::sharedInstance();
+constinit const ZAManagerHandle data{};
 
 ZAManager::ZAManager() = default;
 ZAManager::~ZAManager() = default;

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "HostText.h"
 #include "PreferencesKeys.h"
 #include "TextUtil.h"
 #include "platform/Services.h"
@@ -98,7 +99,7 @@ std::optional<ZAPIConfig> ZAPreferencesUtil::getApiConfig() {
 }
 
 void ZAPreferencesUtil::saveUserData(const std::string& userId) {
-  ZAUserDataCache record{userId, std::nullopt};
+  ZAUserDataCache record{detail::hostText(userId), std::nullopt};
   auto& advertising = platform::advertisingIdentifierManager();
   if (advertising.isAdvertisingTrackingEnabled()) {
     record.advertisingId = advertising.advertisingIdentifier();
@@ -121,7 +122,8 @@ std::optional<std::string> ZAPreferencesUtil::getAdId() {
 }
 
 void ZAPreferencesUtil::saveCustomHeaders(const std::map<std::string, std::string>& headers) {
-  store(detail::kCustomHeadersKey, platform::makeStringDictionary(headers));
+  store(detail::kCustomHeadersKey,
+        platform::makeStringDictionary(detail::sendableHeaders(headers)));
 }
 
 std::optional<std::map<std::string, std::string>> ZAPreferencesUtil::getCustomHeaders() {

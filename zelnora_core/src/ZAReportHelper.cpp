@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "DeviceCatalog/Device.h"
+#include "HostText.h"
 #include "ReportDetail.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
@@ -154,9 +155,9 @@ void ZAReportHelper::sendReport(std::optional<std::string> event,
   std::optional<ZAUserDataCache> user = ZAPreferencesUtil::getUserData();
   InfoMap eventMap = detail::deviceInfoMap(user);
   if (user) eventMap.insert_or_assign("userId", std::move(user->userId));
-  setIfPresent(eventMap, "event", std::move(event));
-  setIfPresent(eventMap, "t", std::move(userKeyType));
-  setIfPresent(eventMap, "campaignUuid", std::move(campaignUuid));
+  setIfPresent(eventMap, "event", detail::hostText(event));
+  setIfPresent(eventMap, "t", detail::hostText(userKeyType));
+  setIfPresent(eventMap, "campaignUuid", detail::hostText(campaignUuid));
 
   ZAReportRequest report;
   report.events.push_back(std::move(eventMap));

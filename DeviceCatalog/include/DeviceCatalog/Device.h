@@ -91,8 +91,8 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   /// the stored text.
   static std::string identifier();
   /// Replaces the stored identifier for the rest of the process, so that `current()` maps the new
-  /// text. Not synchronised with readers: assign before other threads read `identifier()` or
-  /// `current()`.
+  /// text. Any thread; a concurrent reader sees the old text or the new one. The replaced text is
+  /// freed once no reader holds it.
   static void setIdentifier(std::string identifier);
   /// `mapToDevice(identifier())`, mapped afresh on every call.
   static Device current();

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/Bytes.h"
 #include "platform/UrlSession.h"
@@ -68,7 +69,36 @@ class ZELNORA_CORE_EXPORT ZAManager {
   std::unique_ptr<platform::LocationManager> locationManager_;
 };
 
+/// What the module-level constant `data` is: a handle that holds nothing and reaches
+/// `ZAManager::sharedInstance()` on every use. It is constant-initialised, so a host's own static
+/// initialiser may use `data` whichever initialiser of the program runs first.
+class ZELNORA_CORE_EXPORT ZAManagerHandle {
+ public:
+  constexpr ZAManagerHandle() = default;
+
+  void initialize(const std::string& appKey, std::optional<bool> debugMode = std::nullopt,
+                  std::function<void()> initCompleteCallback = nullptr) const {
+    get().initialize(appKey, debugMode, std::move(initCompleteCallback));
+  }
+  bool isInitialized() const { return get().isInitialized(); }
+  bool isDebugMode() const { return get().isDebugMode(); }
+  bool isDisabled() const { return get().isDisabled(); }
+  void setUserId(const std::string& userId) const { get().setUserId(userId); }
+  void setCustomHeaders(const std::map<std::string, std::string>& headers) const {
+    get().setCustomHeaders(headers);
+  }
+  void requestPermission() const { get().requestPermission(); }
+
+  // `data` stands for the instance wherever a reference or pointer to it is wanted.
+  operator ZAManager&() const { return get(); }  // NOLINT(google-explicit-constructor)
+  ZAManager* operator->() const { return &get(); }
+  ZAManager* operator&() const { return &get(); }  // NOLINT(google-runtime-operator)
+
+ private:
+  static ZAManager& get() { return ZAManager::sharedInstance(); }
+};
+
 /// The module-level constant holding the one instance.
-extern ZELNORA_CORE_EXPORT ZAManager& data;
+extern ZELNORA_CORE_EXPORT const ZAManagerHandle data;
 
 }  // namespace zelnora_core

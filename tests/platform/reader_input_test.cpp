@@ -1,0 +1,54 @@
+// Input the phone's readers take that libplist and nlohmann would refuse or choke on.
+#include <pthread.h>
+
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "../../platform/src/PlistCodec.h"
+#include "BinaryPlistBuilder.h"
+#include "platform/Json.h"
+#include "platform/PropertyListReader.h"
+
+namespace platform {
+namespace {
+
+std::string xmlList(const std::string& body) {
+  return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)" + body + "</plist>";
+}
+
+// An XML list after a byte-order mark, and 512 levels of nesting read on a thread with a 256 KiB
+// stack (smaller than the threads a host hands the kit): a reader, copy or writer recursing too
+// deep for it ends the test binary.
+TEST(ReaderInput, ByteOrderMarkAndDeepNestingReadOnASmallStack) {
+  std::string xml, json = R"({"deep":)";
+  testing::BinaryPlistBuilder builder;
+  testing::BinaryPlistBuilder::Ref inner = builder.string("core");
+  for (int i = 0; i < 512; ++i) {
+    inner = builder.dictionary({{builder.string("k"), inner}});
+    xml = "<dict><key>k</key>" + xml + (i == 0 ? "<true/>" : "") + "</dict>";
+    if (i > 0) json += "[";
+  }
+  json += std::string(511, ']') + R"(,"nt":"apns"})";
+  const std::string lists[] = {builder.finish(inner), xmlList(xml),
+                               "\xEF\xBB\xBF" + xmlList("<dict><key>A</key><true/></dict>")};
+  std::function<void()> work = [&] {
+    for (const std::string& list : lists) {
+      const std::optional<PropertyValue> read = parsePropertyList(list);
+      ASSERT_TRUE(read.has_value()) << list.substr(0, 8);
+      EXPECT_TRUE(detail::encodeBinaryPropertyList(*read).has_value());
+    }
+    EXPECT_EQ(parseJson(json).value_or(nullptr).dump(), json);  // copied, then written
+  };
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_t thread;
+  auto run = [](void* w) -> void* { return (*static_cast<std::function<void()>*>(w))(), nullptr; };
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+  pthread_join(thread, nullptr);
+}
+
+}  // namespace
+}  // namespace platform
