@@ -16,6 +16,7 @@ const Services& defaultServices() {
       &lp::userDefaultsStore(), &lp::urlSession(),  &lp::currentDevice(), &lp::mainScreen(),
       &lp::processInfo(),       &lp::systemInfo(),  &lp::telephony(),     &lp::locationServices(),
       &lp::advertising(),       &lp::systemClock(),
+      &lp::reportOutboxStore(),
   };
   return defaults;
 }
