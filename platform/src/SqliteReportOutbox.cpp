@@ -33,6 +33,7 @@ constexpr const char* kSchema =
     "CREATE TABLE IF NOT EXISTS delivery (one INTEGER PRIMARY KEY CHECK (one = 1),"
     " owner TEXT, lease_until REAL NOT NULL DEFAULT 0,"
     " next_attempt REAL NOT NULL DEFAULT 0, attempts INTEGER NOT NULL DEFAULT 0);"
+    "CREATE INDEX IF NOT EXISTS reports_in_order ON reports (kept, id);"
     "INSERT OR IGNORE INTO delivery (one) VALUES (1);";
 
 bool isCorruption(int result) {
@@ -221,7 +222,7 @@ class SqliteReportOutbox final : public ReportOutbox {
       if (leasedElsewhere || (!ignoreBackOff && state.real(2) > now)) return std::nullopt;
       batch.failedAttempts = static_cast<int>(state.integer(3));
     }
-    Query oldest(db, "SELECT id, body FROM reports ORDER BY id LIMIT ?1");
+    Query oldest(db, "SELECT id, body FROM reports ORDER BY kept, id LIMIT ?1");
     oldest.bind(1, static_cast<std::int64_t>(maxReports));
     std::size_t bytes = 0;
     while (oldest.step() == SQLITE_ROW) {
@@ -291,20 +292,21 @@ class SqliteReportOutbox final : public ReportOutbox {
     }
     std::size_t count = 0;
     std::size_t bytes = 0;
-    std::optional<std::int64_t> newestDropped;
-    Query newestFirst(db, "SELECT id, length(body) FROM reports ORDER BY id DESC");
-    while (newestFirst.step() == SQLITE_ROW) {
-      bytes += static_cast<std::size_t>(newestFirst.integer(1));
-      if (++count > limits.maxReports || bytes > limits.maxBytes) {
-        newestDropped = newestFirst.integer(0);
-        break;
+    std::vector<std::int64_t> beyond;
+    {
+      Query newestFirst(db, "SELECT id, length(body) FROM reports ORDER BY kept DESC, id DESC");
+      while (newestFirst.step() == SQLITE_ROW) {
+        bytes += static_cast<std::size_t>(newestFirst.integer(1));
+        if (++count > limits.maxReports || bytes > limits.maxBytes) {
+          beyond.push_back(newestFirst.integer(0));
+        }
       }
     }
-    if (!newestDropped ||
-        !Query(db, "DELETE FROM reports WHERE id <= ?1").bind(1, *newestDropped).run()) {
-      return 0;
+    std::size_t dropped = 0;
+    for (std::int64_t id : beyond) {
+      if (Query(db, "DELETE FROM reports WHERE id = ?1").bind(1, id).run()) ++dropped;
     }
-    return static_cast<std::size_t>(sqlite3_changes(db));
+    return dropped;
   }
 
   void finish(const std::string& owner, const std::vector<std::int64_t>& ids,

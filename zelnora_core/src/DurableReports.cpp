@@ -98,7 +98,7 @@ DurableReports& DurableReports::shared() {
 void DurableReports::setEnabled(bool enabled) { enabled_.store(enabled); }
 
 void DurableReports::send(const APIRequest& report) {
-  sendObserved(report, [this, body = report.body()](
+  sendObserved(report, [this, body = report.body(), sentAt = now()](
                            const Outcome& outcome,
                            const std::optional<platform::HTTPURLResponse>& answer) {
     if (!outcome.error) {
@@ -108,7 +108,7 @@ void DurableReports::send(const APIRequest& report) {
     platform::printLine(outcome.error->localizedDescription());
     if (!body || !mayPassLater(*outcome.error)) return;
     const double keptAt = now();
-    keep(*body, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
+    keep(*body, sentAt, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
   });
 }
 
@@ -132,12 +132,12 @@ bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
 }
 
-void DurableReports::keep(const platform::Bytes& body, double notBefore) {
+void DurableReports::keep(const platform::Bytes& body, double sentAt, double notBefore) {
   std::optional<std::string_view> events = eventsText(body);
   std::shared_ptr<platform::ReportOutbox> outbox = events ? sharedOutbox() : nullptr;
   if (!outbox) return;
   std::optional<std::size_t> dropped =
-      outbox->append(platform::toBytes(*events), now(), platform::OutboxLimits{}, notBefore);
+      outbox->append(platform::toBytes(*events), sentAt, platform::OutboxLimits{}, notBefore);
   if (dropped && *dropped > 0) {
     platform::printLine("Outbox full: dropped " + std::to_string(*dropped) + " oldest reports");
   }

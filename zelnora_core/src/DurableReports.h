@@ -37,7 +37,9 @@ class DurableReports {
 
  private:
   DurableReports() = default;
-  void keep(const platform::Bytes& body, double notBefore);
+  // `sentAt`, the time of the report's own call, orders kept reports: completions arrive in any
+  // order.
+  void keep(const platform::Bytes& body, double sentAt, double notBefore);
   void wake(bool ignoreBackOff);
   void runWorker();
   // Delivers due batches until none is left or one fails; when to look again (seconds), if at all.

@@ -24,7 +24,8 @@ struct ZELNORA_PLATFORM_EXPORT OutboxLimits {
   double maxAgeSeconds = 7 * 24 * 3600.0;
 };
 
-/// Reports leased to one owner for one delivery attempt, oldest first.
+/// Reports leased to one owner for one delivery attempt, oldest first (by the time they were kept
+/// at, then by arrival).
 struct ZELNORA_PLATFORM_EXPORT OutboxBatch {
   std::vector<std::int64_t> ids;
   std::vector<Bytes> reports;
