@@ -12,11 +12,11 @@ std::atomic<const Services*> installed{nullptr};
 const Services& defaultServices() {
   namespace lp = linux_provider;
   static const Services defaults{
-      &lp::standardOutput(),    &lp::mainBundle(),  &lp::kitBundle(),     &lp::propertyListReader(),
-      &lp::userDefaultsStore(), &lp::urlSession(),  &lp::currentDevice(), &lp::mainScreen(),
-      &lp::processInfo(),       &lp::systemInfo(),  &lp::telephony(),     &lp::locationServices(),
-      &lp::advertising(),       &lp::systemClock(),
-      &lp::reportOutboxStore(),
+      &lp::standardOutput(),     &lp::mainBundle(),        &lp::kitBundle(),
+      &lp::propertyListReader(), &lp::userDefaultsStore(), &lp::urlSession(),
+      &lp::currentDevice(),      &lp::mainScreen(),        &lp::processInfo(),
+      &lp::systemInfo(),         &lp::telephony(),         &lp::locationServices(),
+      &lp::advertising(),        &lp::systemClock(),       &lp::reportOutboxStore(),
   };
   return defaults;
 }

@@ -188,14 +188,18 @@ class SqliteReportOutbox final : public ReportOutbox {
     if (db == nullptr) return std::nullopt;
     WriteTransaction transaction(db);
     if (!transaction) return std::nullopt;
-    const int inserted =
-        Query(db, "INSERT INTO reports (kept, body) VALUES (?1, ?2)").bind(1, now).bind(2, report).step();
+    const int inserted = Query(db, "INSERT INTO reports (kept, body) VALUES (?1, ?2)")
+                             .bind(1, now)
+                             .bind(2, report)
+                             .step();
     if (inserted != SQLITE_DONE) {
       if (isCorruption(inserted)) dropCorruptConnection();
       return std::nullopt;
     }
     std::size_t dropped = 0;
-    if (Query(db, "DELETE FROM reports WHERE kept < ?1").bind(1, now - limits.maxAgeSeconds).run()) {
+    if (Query(db, "DELETE FROM reports WHERE kept < ?1")
+            .bind(1, now - limits.maxAgeSeconds)
+            .run()) {
       dropped += static_cast<std::size_t>(sqlite3_changes(db));
     }
     dropped += dropBeyondBounds(db, limits);
@@ -244,8 +248,9 @@ class SqliteReportOutbox final : public ReportOutbox {
   }
 
   void complete(const std::string& owner, const std::vector<std::int64_t>& ids) override {
-    finish(owner, ids, "UPDATE delivery SET owner = NULL, lease_until = 0, next_attempt = 0,"
-                       " attempts = 0 WHERE owner = ?1");
+    finish(owner, ids,
+           "UPDATE delivery SET owner = NULL, lease_until = 0, next_attempt = 0,"
+           " attempts = 0 WHERE owner = ?1");
   }
 
   void discard(const std::string& owner, const std::vector<std::int64_t>& ids) override {

@@ -48,10 +48,16 @@ struct BoundCase {
 
 TEST_F(ReportOutboxTest, BoundsDropTheOldestReportsAndCountThem) {
   const BoundCase cases[] = {
-      {"count", {3, 1 << 20, 7 * kDay}, {{"a", 1}, {"b", 1}, {"c", 1}, {"d", 1}, {"e", 1}}, 2,
+      {"count",
+       {3, 1 << 20, 7 * kDay},
+       {{"a", 1}, {"b", 1}, {"c", 1}, {"d", 1}, {"e", 1}},
+       2,
        {"c", "d", "e"}},
       {"bytes", {100, 5, 7 * kDay}, {{"aa", 1}, {"bb", 1}, {"ccc", 1}}, 1, {"bb", "ccc"}},
-      {"age", {100, 1 << 20, 7 * kDay}, {{"old", 1}, {"week", 2.5}, {"new", 9}}, 1,
+      {"age",
+       {100, 1 << 20, 7 * kDay},
+       {{"old", 1}, {"week", 2.5}, {"new", 9}},
+       1,
        {"week", "new"}},
   };
   for (const BoundCase& c : cases) {
@@ -114,7 +120,8 @@ TEST_F(ReportOutboxTest, ADamagedOutboxIsSetAsideAndAFreshOneKeepsReports) {
   EXPECT_EQ(outbox->status().count, 1u);
   bool setAside = false;
   for (const auto& entry : std::filesystem::directory_iterator(scratch_.path())) {
-    setAside |= entry.path().filename().string().starts_with(std::string(kGroup) + ".outbox.db.corrupt-");
+    setAside |=
+        entry.path().filename().string().starts_with(std::string(kGroup) + ".outbox.db.corrupt-");
   }
   EXPECT_TRUE(setAside);
   EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::all,

@@ -110,7 +110,8 @@ TEST_F(DurableReportsTest, OnlyFailuresThatMayPassLaterAreKeptAndSentAgain) {
     outage.failStatus = c.status;
     startService(outage);
     std::vector<std::string> commands{"initialize demo-key", "wait", "send-report event=a", "wait"};
-    if (c.durable) commands = {"durable-reports on", commands[0], "wait", commands[2], "wait", "outbox"};
+    if (c.durable)
+      commands = {"durable-reports on", commands[0], "wait", commands[2], "wait", "outbox"};
     ChildResult run = runHost(commands);
     EXPECT_EQ(run.exitStatus, 0) << run.standardOutput;
     EXPECT_THAT(run.standardOutput, HasSubstr("(StatusCode error " + std::to_string(c.status)));
@@ -126,7 +127,8 @@ TEST_F(DurableReportsTest, OnlyFailuresThatMayPassLaterAreKeptAndSentAgain) {
 
 TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextProcess) {
   {  // a nearly full outbox: the first report kept pushes out this oldest one
-    auto outbox = platform::makeSqliteReportOutboxStore(data_ + "/zelnora/app-groups")->outbox(kGroup);
+    auto outbox =
+        platform::makeSqliteReportOutboxStore(data_ + "/zelnora/app-groups")->outbox(kGroup);
     ASSERT_TRUE(outbox);
     outbox->append(platform::Bytes(999'900, 'x'), static_cast<double>(std::time(nullptr)), {}, 0);
   }

@@ -40,9 +40,8 @@ std::optional<std::string> outbox(HostSession&, const Words& words) {
       return;
     }
     const double now = platform::clock().timeIntervalSince1970();
-    platform::printLine("host: outbox count=" + std::to_string(status->count) +
-                        " oldest=" + (status->oldest ? utcText(*status->oldest) : "none") +
-                        " next-attempt=" +
+    platform::printLine("host: outbox count=" + std::to_string(status->count) + " oldest=" +
+                        (status->oldest ? utcText(*status->oldest) : "none") + " next-attempt=" +
                         (status->nextAttempt > now ? utcText(status->nextAttempt) : "now"));
   });
 }

@@ -292,8 +292,8 @@ void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& ans
 
 bool ReferenceService::failsForOutage(const RecordedRequest& request) {
   if (!request.path.starts_with("/tracker")) return false;
-  const bool fails = trackingSeen_ < options_.failFirst ||
-                     std::chrono::steady_clock::now() < downUntil_;
+  const bool fails =
+      trackingSeen_ < options_.failFirst || std::chrono::steady_clock::now() < downUntil_;
   ++trackingSeen_;
   return fails;
 }

@@ -160,7 +160,7 @@ class ReferenceService {
   KeyRegistry registry_;
   std::vector<RecordedRequest> received_;
   std::size_t receivedCount_ = 0;
-  std::size_t trackingSeen_ = 0;                    // guarded by mutex_
+  std::size_t trackingSeen_ = 0;                     // guarded by mutex_
   std::chrono::steady_clock::time_point downUntil_;  // set by start()
 };
 

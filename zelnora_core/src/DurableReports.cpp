@@ -39,10 +39,10 @@ void sendObserved(const APIRequest& request, ObservedCompletion done) {
                                 ZAPreferencesUtil::getCustomHeaders());
   }
   if (!urlRequest) {  // the service's own "Invalid URL" path
-    APIService::shared().request(request, [done = std::move(done)](auto body, auto response,
-                                                                   auto error) {
-      done(Outcome{std::move(body), std::move(response), std::move(error)}, std::nullopt);
-    });
+    APIService::shared().request(
+        request, [done = std::move(done)](auto body, auto response, auto error) {
+          done(Outcome{std::move(body), std::move(response), std::move(error)}, std::nullopt);
+        });
     return;
   }
   logRequest(*urlRequest);
@@ -67,11 +67,12 @@ std::pair<Outcome, std::optional<platform::HTTPURLResponse>> exchange(const APIR
     std::optional<std::pair<Outcome, std::optional<platform::HTTPURLResponse>>> result;
   };
   auto pending = std::make_shared<Pending>();
-  sendObserved(request, [pending](Outcome outcome, std::optional<platform::HTTPURLResponse> answer) {
-    std::lock_guard lock(pending->mutex);
-    pending->result.emplace(std::move(outcome), std::move(answer));
-    pending->done.notify_all();
-  });
+  sendObserved(request,
+               [pending](Outcome outcome, std::optional<platform::HTTPURLResponse> answer) {
+                 std::lock_guard lock(pending->mutex);
+                 pending->result.emplace(std::move(outcome), std::move(answer));
+                 pending->done.notify_all();
+               });
   std::unique_lock lock(pending->mutex);
   pending->done.wait(lock, [&] { return pending->result.has_value(); });
   return std::move(*pending->result);
@@ -98,18 +99,18 @@ DurableReports& DurableReports::shared() {
 void DurableReports::setEnabled(bool enabled) { enabled_.store(enabled); }
 
 void DurableReports::send(const APIRequest& report) {
-  sendObserved(report, [this, body = report.body(), sentAt = now()](
-                           const Outcome& outcome,
-                           const std::optional<platform::HTTPURLResponse>& answer) {
-    if (!outcome.error) {
-      noteSuccessfulExchange();
-      return;
-    }
-    platform::printLine(outcome.error->localizedDescription());
-    if (!body || !mayPassLater(*outcome.error)) return;
-    const double keptAt = now();
-    keep(*body, sentAt, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
-  });
+  sendObserved(report,
+               [this, body = report.body(), sentAt = now()](
+                   const Outcome& outcome, const std::optional<platform::HTTPURLResponse>& answer) {
+                 if (!outcome.error) {
+                   noteSuccessfulExchange();
+                   return;
+                 }
+                 platform::printLine(outcome.error->localizedDescription());
+                 if (!body || !mayPassLater(*outcome.error)) return;
+                 const double keptAt = now();
+                 keep(*body, sentAt, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
+               });
 }
 
 void DurableReports::noteSuccessfulExchange() {

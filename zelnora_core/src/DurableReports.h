@@ -48,10 +48,10 @@ class DurableReports {
   std::atomic<bool> enabled_{false};
   std::mutex mutex_;
   std::condition_variable changed_;
-  bool workerStarted_ = false;  // guarded by mutex_
-  bool wakeRequested_ = false;  // guarded by mutex_
-  bool ignoreBackOff_ = false;  // guarded by mutex_
-  bool delivering_ = false;     // guarded by mutex_
+  bool workerStarted_ = false;                                     // guarded by mutex_
+  bool wakeRequested_ = false;                                     // guarded by mutex_
+  bool ignoreBackOff_ = false;                                     // guarded by mutex_
+  bool delivering_ = false;                                        // guarded by mutex_
   std::optional<std::chrono::steady_clock::time_point> nextLook_;  // guarded by mutex_
 };
 

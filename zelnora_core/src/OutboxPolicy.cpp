@@ -26,8 +26,8 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
 }
 
 std::optional<double> httpDateSeconds(const std::string& text) {
-  static constexpr std::array<const char*, 12> kMonths = {
-      "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  static constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   std::tm time{};
   std::array<char, 4> month{};
   int parsed = std::sscanf(text.c_str(), "%*3s, %2d %3s %4d %2d:%2d:%2d GMT", &time.tm_mday,
@@ -45,7 +45,8 @@ std::optional<double> httpDateSeconds(const std::string& text) {
 
 bool mayPassLater(const platform::Error& error) {
   if (error.domain == platform::kURLErrorDomain) {
-    return error.code != platform::kURLErrorBadURL && error.code != platform::kURLErrorUnsupportedURL;
+    return error.code != platform::kURLErrorBadURL &&
+           error.code != platform::kURLErrorUnsupportedURL;
   }
   return error.domain == "StatusCode" && (error.code >= 500 || error.code == 429);
 }
@@ -70,8 +71,8 @@ platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents) {
 }
 
 double backOffSeconds(int failedAttempts, double unit) {
-  const double ceiling =
-      std::min(kBackOffCapSeconds, kBackOffBaseSeconds * std::exp2(std::clamp(failedAttempts, 0, 30)));
+  const double ceiling = std::min(
+      kBackOffCapSeconds, kBackOffBaseSeconds * std::exp2(std::clamp(failedAttempts, 0, 30)));
   return std::clamp(unit, 0.0, 1.0) * ceiling;
 }
 
