@@ -13,12 +13,15 @@
 
 #include <benchmark/benchmark.h>
 
+#include "platform/ReportOutbox.h"
 #include "platform/Services.h"
 #include "platform/UserDefaults.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/ScopedServices.h"
+#include "zelnora_core/ZAManager.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 #include "zelnora_core/ZAReportHelper.h"
+#include "zelnora_core/ZAReportOutbox.h"
 
 namespace {
 
@@ -75,18 +78,29 @@ struct FakeReadings {
   }
 };
 
+std::string scratchDirectory() {
+  char pattern[] = "/tmp/zelnora-bench-XXXXXX";
+  const char* directory = ::mkdtemp(pattern);
+  return directory ? directory : "/tmp";
+}
+
 struct ReportSetting {
   DiscardingConsole console;
   std::unique_ptr<platform::UserDefaultsStore> store;
+  // Durable reports keep every failed report here, on the network thread.
+  std::unique_ptr<platform::ReportOutboxStore> outboxes =
+      platform::makeSqliteReportOutboxStore(scratchDirectory());
   FakeReadings readings;
   std::unique_ptr<platform::testing::ScopedServices> guard;
 
-  ReportSetting(bool sqlite, bool fakeReadings) : store(makeStore(sqlite)) {
+  ReportSetting(bool sqlite, bool fakeReadings, bool durable = false) : store(makeStore(sqlite)) {
     guard = std::make_unique<platform::testing::ScopedServices>([&](platform::Services& s) {
       s.console = &console;
       s.userDefaults = store.get();
+      s.reportOutboxes = outboxes.get();
       if (fakeReadings) readings.install(s);
     });
+    zelnora_core::ZAManager::sharedInstance().setDurableReports(durable);
     // The base URL is read once per process: every benchmark of this run uses the same one.
     static const std::string base = "http://127.0.0.1:" + std::to_string(unusedLoopbackPort());
     zelnora_core::ZAPreferencesUtil::saveApiConfig({"", base, base});
@@ -94,11 +108,15 @@ struct ReportSetting {
     zelnora_core::ZAPreferencesUtil::saveCustomHeaders({{"X-Tenant", "bench"}});
     zelnora_core::ZAPreferencesUtil::saveUserData("bench-user");
   }
-  ~ReportSetting() { platform::urlSession().waitUntilIdle(std::chrono::seconds(30)); }
+  ~ReportSetting() {
+    platform::urlSession().waitUntilIdle(std::chrono::seconds(30));
+    zelnora_core::ZAReportOutbox::waitUntilSettled(std::chrono::seconds(30));
+    zelnora_core::ZAManager::sharedInstance().setDurableReports(false);
+  }
 };
 
-void sendReports(benchmark::State& state, bool sqlite, bool fakeReadings) {
-  ReportSetting setting(sqlite, fakeReadings);
+void sendReports(benchmark::State& state, bool sqlite, bool fakeReadings, bool durable) {
+  ReportSetting setting(sqlite, fakeReadings, durable);
   std::int64_t sent = 0;
   for (auto _ : state) {
     zelnora_core::ZAReportHelper::sendReport("bench-event", "campaign-1", "type-a");
@@ -117,17 +135,18 @@ void deviceInfoMaps(benchmark::State& state, bool sqlite, bool fakeReadings) {
   }
 }
 
-// Arguments: store (0 in memory, 1 SQLite), readings (0 Linux providers, 1 fakes).
+// Arguments: store (0 in memory, 1 SQLite), readings (0 Linux providers, 1 fakes), durable
+// reports (0 off, the default; 1 on: every report fails and is kept, off the caller's thread).
 void BM_SendReport(benchmark::State& state) {
-  sendReports(state, state.range(0) != 0, state.range(1) != 0);
+  sendReports(state, state.range(0) != 0, state.range(1) != 0, state.range(2) != 0);
 }
 void BM_GetDeviceInfoMap(benchmark::State& state) {
   deviceInfoMaps(state, state.range(0) != 0, state.range(1) != 0);
 }
 
 BENCHMARK(BM_SendReport)
-    ->ArgNames({"sqlite", "fakeReadings"})
-    ->ArgsProduct({{0, 1}, {0, 1}})
+    ->ArgNames({"sqlite", "fakeReadings", "durable"})
+    ->ArgsProduct({{0, 1}, {0, 1}, {0, 1}})
     ->Repetitions(5)
     ->ReportAggregatesOnly(true);
 BENCHMARK(BM_GetDeviceInfoMap)

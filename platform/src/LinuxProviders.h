@@ -19,5 +19,6 @@ Telephony& telephony();                       // SimulatedSettings.cpp
 LocationServices& locationServices();         // SimulatedSettings.cpp
 AdvertisingIdentifierManager& advertising();  // SimulatedSettings.cpp
 Clock& systemClock();                         // SimulatedSettings.cpp
+ReportOutboxStore& reportOutboxStore();       // SqliteReportOutbox.cpp (SQLite)
 
 }  // namespace platform::linux_provider

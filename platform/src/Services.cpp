@@ -40,6 +40,7 @@ const Services* withDefaultsFor(const Providers& p) {
       orDefault(p.location, lp::locationServices),
       orDefault(p.advertising, lp::advertising),
       orDefault(p.clock, lp::systemClock),
+      orDefault(p.reportOutboxes, lp::reportOutboxStore),
   };
 }
 
@@ -56,10 +57,11 @@ const Services& resolveLocked() {
 const Services& defaultServices() {
   namespace lp = linux_provider;
   static const Services defaults{
-      &lp::standardOutput(),    &lp::mainBundle(),  &lp::kitBundle(),     &lp::propertyListReader(),
-      &lp::userDefaultsStore(), &lp::urlSession(),  &lp::currentDevice(), &lp::mainScreen(),
-      &lp::processInfo(),       &lp::systemInfo(),  &lp::telephony(),     &lp::locationServices(),
-      &lp::advertising(),       &lp::systemClock(),
+      &lp::standardOutput(),     &lp::mainBundle(),        &lp::kitBundle(),
+      &lp::propertyListReader(), &lp::userDefaultsStore(), &lp::urlSession(),
+      &lp::currentDevice(),      &lp::mainScreen(),        &lp::processInfo(),
+      &lp::systemInfo(),         &lp::telephony(),         &lp::locationServices(),
+      &lp::advertising(),        &lp::systemClock(),       &lp::reportOutboxStore(),
   };
   return defaults;
 }

@@ -19,6 +19,7 @@ HostSession::HostSession() {
   addReportCommands(table_);
   addRequestCommand(table_);
   addDemoCommand(table_);
+  addOutboxCommands(table_);
 }
 
 bool HostSession::run(std::string_view line) {

@@ -24,6 +24,7 @@ void addPreferenceCommands(CommandTable& table);  // set-pref, remove-pref, pref
 void addReportCommands(CommandTable& table);      // send-report, device-info, device
 void addRequestCommand(CommandTable& table);      // request
 void addDemoCommand(CommandTable& table);         // demo
+void addOutboxCommands(CommandTable& table);      // durable-reports, outbox, flush-outbox
 
 // Runs a handler's action on successfully parsed arguments, or hands back the parse error.
 template <typename T, typename Action>

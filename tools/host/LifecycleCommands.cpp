@@ -6,6 +6,7 @@
 #include "platform/Services.h"
 #include "zelnora_core/ZAManager.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
+#include "zelnora_core/ZAReportOutbox.h"
 
 namespace zelnora_host {
 namespace {
@@ -23,6 +24,8 @@ std::optional<std::string> initialize(HostSession&, const Words& words) {
 std::optional<std::string> wait(HostSession&, const Words& words) {
   return runParsed(parseWait(words), [](std::chrono::milliseconds limit) {
     platform::urlSession().waitUntilIdle(limit);
+    // Durable reports kept by those exchanges are delivered by the kit's worker: wait for it too.
+    zelnora_core::ZAReportOutbox::waitUntilSettled(limit);
   });
 }
 

@@ -13,6 +13,7 @@
 #include "platform/Bundle.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
+#include "zelnora_core/ZAReportOutbox.h"
 
 namespace {
 
@@ -45,5 +46,7 @@ int main(int argc, char** argv) {
   }
   // Let exchanges still in flight finish, so that their completions and dumps print.
   platform::urlSession().waitUntilIdle(std::chrono::seconds(10));
+  // A durable-reports delivery in flight ends with its outcome written to the outbox.
+  zelnora_core::ZAReportOutbox::waitUntilSettled(std::chrono::seconds(10));
   return session.anyFailed() ? 1 : 0;
 }

@@ -184,6 +184,7 @@ ReferenceService::~ReferenceService() { stop(); }
 
 int ReferenceService::start() {
   if (serverThread_.joinable() || faultServer_) return -1;
+  downUntil_ = std::chrono::steady_clock::now() + options_.downFor;
   if (options_.fault != FaultMode::none) return startFaultServer();
   server_->set_payload_max_length(options_.maxBodyBytes);
   // The server library's default also sets SO_REUSEPORT, which would let a second service share a
@@ -291,9 +292,18 @@ bool ReferenceService::waitForRequests(std::size_t count, std::chrono::milliseco
 void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& answer) {
   {
     std::lock_guard lock(mutex_);
-    answer = answerRequest(request, registry_);
+    answer = failsForOutage(request) ? errorAnswer(options_.failStatus, "service unavailable")
+                                     : answerRequest(request, registry_);
   }
   record(request);
+}
+
+bool ReferenceService::failsForOutage(const RecordedRequest& request) {
+  if (!request.path.starts_with("/tracker")) return false;
+  const bool fails =
+      trackingSeen_ < options_.failFirst || std::chrono::steady_clock::now() < downUntil_;
+  ++trackingSeen_;
+  return fails;
 }
 
 void ReferenceService::record(const RecordedRequest& request) {

@@ -108,6 +108,12 @@ struct ReferenceServiceOptions {
   // False: requests are only counted (`receivedCount`), not kept, so that long load runs keep
   // the service's memory flat; `received()` is then empty.
   bool keepRequests = true;
+  // An outage of the tracking endpoints, to show reports kept and delivered later: the first
+  // `failFirst` tracking requests, and every one within `downFor` of start(), answer
+  // `failStatus` (they are still recorded).
+  std::size_t failFirst = 0;
+  std::chrono::milliseconds downFor{0};
+  int failStatus = 503;
 };
 
 class ReferenceService {
@@ -140,6 +146,7 @@ class ReferenceService {
  private:
   int startFaultServer();
   void handle(const RecordedRequest& request, ServiceAnswer& answer);
+  bool failsForOutage(const RecordedRequest& request);  // call with mutex_ held
   void record(const RecordedRequest& request);
 
   ReferenceServiceOptions options_;
@@ -153,6 +160,8 @@ class ReferenceService {
   KeyRegistry registry_;
   std::vector<RecordedRequest> received_;
   std::size_t receivedCount_ = 0;
+  std::size_t trackingSeen_ = 0;                     // guarded by mutex_
+  std::chrono::steady_clock::time_point downUntil_;  // set by start()
 };
 
 }  // namespace zelnora_tools

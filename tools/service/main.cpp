@@ -1,10 +1,13 @@
 // zelnora-service: the reference service as a program. Runs until SIGINT or SIGTERM.
 //
 //   zelnora-service [--port N] [--registry FILE] [--log FILE] [--max-body BYTES] [--quiet]
-//                   [--fault MODE] [--drip-ms N]
+//                   [--fault MODE] [--drip-ms N] [--fail-first N] [--fail-status CODE]
+//                   [--down-for SECONDS]
 //
 // --fault makes every answer wrong in one way, to see how a client copes: reset, close-mid-body,
 // stall, garbage-status, huge-body or slow-drip (one byte every --drip-ms, default 1).
+// --fail-first N and --down-for SECONDS make the tracking endpoints answer --fail-status (default
+// 503) to their first N requests and for that long after start: an outage, for durable reports.
 // Without --registry the service knows one key, "demo-key". Every request is printed on standard
 // output as a JSON line (unless --quiet) and appended to the --log file.
 #include <pthread.h>
@@ -26,7 +29,7 @@ namespace {
 constexpr const char* kUsage =
     "usage: zelnora-service [--port N] [--registry FILE] [--log FILE] [--max-body BYTES] "
     "[--quiet] [--fault reset|close-mid-body|stall|garbage-status|huge-body|slow-drip] "
-    "[--drip-ms N]";
+    "[--drip-ms N] [--fail-first N] [--fail-status CODE] [--down-for SECONDS]";
 
 bool parseNumber(const std::string& text, long long low, long long high, long long& out) {
   char* end = nullptr;
@@ -73,6 +76,12 @@ bool parseOptions(int argc, char** argv, zelnora_tools::ReferenceServiceOptions&
       options.dripInterval = std::chrono::milliseconds(number);
     } else if (option == "--fault" && zelnora_tools::faultModeNamed(value)) {
       options.fault = *zelnora_tools::faultModeNamed(value);
+    } else if (option == "--fail-first" && parseNumber(value, 0, 1LL << 40, number)) {
+      options.failFirst = static_cast<std::size_t>(number);
+    } else if (option == "--fail-status" && parseNumber(value, 100, 599, number)) {
+      options.failStatus = static_cast<int>(number);
+    } else if (option == "--down-for" && parseNumber(value, 0, 86'400, number)) {
+      options.downFor = std::chrono::seconds(number);
     } else if (option == "--log") {
       options.requestLogPath = value;
     } else if (option == "--registry") {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "APIServiceDetail.h"
+#include "DurableReports.h"
 #include "TrafficLog.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
@@ -68,6 +69,7 @@ void APIService::request(const APIRequest& request, APICompletion completion) {
         detail::logResponse(http, body, error);
         detail::Outcome outcome =
             detail::classifyOutcome(std::move(body), std::move(http), std::move(error));
+        if (!outcome.error) detail::DurableReports::shared().noteSuccessfulExchange();
         completion(std::move(outcome.body), std::move(outcome.response), std::move(outcome.error));
       });
 }

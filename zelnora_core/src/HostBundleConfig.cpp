@@ -16,7 +16,7 @@ std::string requireString(const platform::PropertyDictionary& plist, const std::
 
 }  // namespace
 
-ZAPIConfig loadFromBundle() {
+ZAPIConfig loadFromBundle(std::optional<bool>* durableReports) {
   std::optional<platform::PropertyValue> contents;
   if (auto path = platform::mainBundle().pathForResource("ZelnoraAdsConfig", "plist")) {
     contents = platform::propertyLists().readFile(*path);
@@ -30,6 +30,11 @@ ZAPIConfig loadFromBundle() {
   config.apiBaseUrl = requireString(plist, "API_BASE_URL");
   config.vqxBaseUrl = requireString(plist, "VQX_BASE_URL");
   ZAPreferencesUtil::saveApiConfig(config);
+  if (durableReports != nullptr) {
+    auto it = plist.find("DURABLE_REPORTS");
+    const bool* flag = it == plist.end() ? nullptr : std::get_if<bool>(&it->second.value);
+    *durableReports = flag != nullptr ? std::optional<bool>(*flag) : std::nullopt;
+  }
   return config;
 }
 

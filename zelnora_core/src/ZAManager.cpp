@@ -1,5 +1,6 @@
 #include "zelnora_core/ZAManager.h"
 
+#include "DurableReports.h"
 #include "HostBundleConfig.h"
 #include "TextUtil.h"
 #include "platform/Services.h"
@@ -49,7 +50,9 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
     std::lock_guard lock(mutex_);
     applicationKey_ = appKey;
   }
-  const ZAPIConfig apiConfig = detail::loadFromBundle();
+  std::optional<bool> durableReports;
+  const ZAPIConfig apiConfig = detail::loadFromBundle(&durableReports);
+  if (durableReports) detail::DurableReports::shared().setEnabled(*durableReports);
   auto url = configurationUrl(apiConfig, appKey);
   if (debugMode_) ZAPreferencesUtil::deleteConfig();
 
@@ -61,6 +64,7 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
     platform::printLine("Zelnora Ads sdk disabled");
     return;
   }
+  detail::DurableReports::shared().flush();
 
   platform::urlSession().dataTask(
       configurationRequest(*url),
@@ -98,6 +102,7 @@ void ZAManager::handleConfigurationResponse(const std::string& appKey,
   initialized_ = true;
   platform::printLine("SDK initialized successfully");
   if (callback) callback();
+  detail::DurableReports::shared().noteSuccessfulExchange();
 }
 
 void ZAManager::setUserId(const std::string& userId) {
@@ -111,6 +116,14 @@ void ZAManager::setUserId(const std::string& userId) {
 void ZAManager::setCustomHeaders(const std::map<std::string, std::string>& headers) {
   ZAPreferencesUtil::saveCustomHeaders(headers);
 }
+
+void ZAManager::setDurableReports(bool enabled) {
+  detail::DurableReports::shared().setEnabled(enabled);
+  // Opting in on a running kit delivers what earlier runs (or the extension) left behind.
+  if (initialized_ && !sdkDisabled_) detail::DurableReports::shared().flush();
+}
+
+bool ZAManager::isDurableReports() const { return detail::DurableReports::shared().isEnabled(); }
 
 void ZAManager::requestPermission() {
   if (!initialized_) {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "DeviceCatalog/Device.h"
+#include "DurableReports.h"
 #include "HostText.h"
 #include "ReportDetail.h"
 #include "platform/Console.h"
@@ -161,6 +162,10 @@ void ZAReportHelper::sendReport(std::optional<std::string> event,
 
   ZAReportRequest report;
   report.events.push_back(std::move(eventMap));
+  if (detail::DurableReports::shared().isEnabled()) {
+    detail::DurableReports::shared().send(ZACoreApiFactory::sendAppTrackerRequest(report));
+    return;
+  }
   ZAdsApiFactory().sendAppTracking(ZACoreApiFactory::sendAppTrackerRequest(report),
                                    [](const std::optional<platform::HTTPURLResponse>& /*unused*/,
                                       const std::optional<platform::Error>& error) {

@@ -38,6 +38,8 @@
 ///     threads calling the kit (building reports, `setUserId`, `requestPermission`,
 ///     `Device.current`). A provider that needs a particular thread (a phone's main thread) must
 ///     hop there itself and answer synchronously.
+///   - reportOutboxes (only with durable reports on): the URL session's thread, which keeps failed
+///     reports, and the kit's delivery thread.
 /// No provider may throw; a provider that does is a host bug the kit does not catch.
 #pragma once
 
@@ -64,6 +66,7 @@ struct ZELNORA_PLATFORM_EXPORT Providers {
   std::shared_ptr<LocationServices> location;
   std::shared_ptr<AdvertisingIdentifierManager> advertising;
   std::shared_ptr<Clock> clock;
+  std::shared_ptr<ReportOutboxStore> reportOutboxes;
 };
 
 /// Installs `providers` in place of any earlier installation, when the kit has not yet used its

@@ -9,6 +9,7 @@
 #include "platform/Console.h"
 #include "platform/Device.h"
 #include "platform/PropertyListReader.h"
+#include "platform/ReportOutbox.h"
 #include "platform/UrlSession.h"
 #include "platform/UserDefaults.h"
 #include "platform/export.h"
@@ -92,6 +93,7 @@ struct ZELNORA_PLATFORM_EXPORT Services {
   LocationServices* location;
   AdvertisingIdentifierManager* advertising;
   Clock* clock;
+  ReportOutboxStore* reportOutboxes;
 };
 
 /// The providers in force: the host's (platform/Providers.h) with the Linux providers for the
@@ -117,6 +119,7 @@ inline AdvertisingIdentifierManager& advertisingIdentifierManager() {
   return *services().advertising;
 }
 inline Clock& clock() { return *services().clock; }
+inline ReportOutboxStore& reportOutboxes() { return *services().reportOutboxes; }
 
 namespace internal {
 /// Installs `services` (owned by the caller, alive until replaced) or, with null, the providers

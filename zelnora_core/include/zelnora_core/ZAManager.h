@@ -54,6 +54,13 @@ class ZELNORA_CORE_EXPORT ZAManager {
   /// Needs an initialised kit; asks for location authorisation at all times.
   void requestPermission();
 
+  /// Opt-in durable reports (off by default; "DURABLE_REPORTS" in ZelnoraAdsConfig.plist sets it
+  /// at `initialize`, the last call wins): a report whose exchange fails with a transport error, a
+  /// 5xx or a 429 is kept in the application group's outbox and delivered later, at least once
+  /// (see ZAReportOutbox.h). Any time, any thread.
+  void setDurableReports(bool enabled);
+  bool isDurableReports() const;
+
  private:
   ZAManager();
   ~ZAManager();

@@ -1,0 +1,240 @@
+#include "DurableReports.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <random>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "APIServiceDetail.h"
+#include "OutboxPolicy.h"
+#include "TrafficLog.h"
+#include "platform/Console.h"
+#include "platform/Services.h"
+#include "zelnora_core/APIService.h"
+#include "zelnora_core/ZAPreferencesUtil.h"
+
+namespace zelnora_core {
+namespace detail {
+namespace {
+
+// Longer than a request's 60 s time-out, so a lease never runs out under an exchange in flight.
+constexpr double kLeaseSeconds = 120;
+// How soon to look again at an outbox that holds reports but gave none (leased elsewhere).
+constexpr double kLookAgainSeconds = 1;
+
+using ObservedCompletion =
+    std::function<void(Outcome outcome, std::optional<platform::HTTPURLResponse> answer)>;
+
+// The API service's own steps (request, headers, dumps, classification), keeping the HTTP answer
+// that the service's completion drops on failure: its "Retry-After" says when to try again.
+void sendObserved(const APIRequest& request, ObservedCompletion done) {
+  std::optional<platform::URLRequest> urlRequest;
+  if (std::optional<platform::Url> url = request.url()) {
+    urlRequest = makeURLRequest(request, *url, ZAPreferencesUtil::getSdkConfig(),
+                                ZAPreferencesUtil::getCustomHeaders());
+  }
+  if (!urlRequest) {  // the service's own "Invalid URL" path
+    APIService::shared().request(
+        request, [done = std::move(done)](auto body, auto response, auto error) {
+          done(Outcome{std::move(body), std::move(response), std::move(error)}, std::nullopt);
+        });
+    return;
+  }
+  logRequest(*urlRequest);
+  platform::urlSession().dataTask(
+      std::move(*urlRequest),
+      [done = std::move(done)](std::optional<platform::Bytes> body,
+                               const std::optional<platform::URLResponse>& response,
+                               std::optional<platform::Error> error) {
+        std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
+        logResponse(http, body, error);
+        std::optional<platform::HTTPURLResponse> answer = http;
+        done(classifyOutcome(std::move(body), std::move(http), std::move(error)),
+             std::move(answer));
+      });
+}
+
+// Sends one batch and waits for its outcome (the worker's thread only).
+std::pair<Outcome, std::optional<platform::HTTPURLResponse>> exchange(const APIRequest& request) {
+  struct Pending {
+    std::mutex mutex;
+    std::condition_variable done;
+    std::optional<std::pair<Outcome, std::optional<platform::HTTPURLResponse>>> result;
+  };
+  auto pending = std::make_shared<Pending>();
+  sendObserved(request,
+               [pending](Outcome outcome, std::optional<platform::HTTPURLResponse> answer) {
+                 std::lock_guard lock(pending->mutex);
+                 pending->result.emplace(std::move(outcome), std::move(answer));
+                 pending->done.notify_all();
+               });
+  std::unique_lock lock(pending->mutex);
+  pending->done.wait(lock, [&] { return pending->result.has_value(); });
+  return std::move(*pending->result);
+}
+
+APIRequest trackingRequest(platform::Bytes body) {
+  return APIRequest(APIEndpoint::sendAppTracking, HTTPMethod::post, std::nullopt, std::nullopt,
+                    std::nullopt, std::move(body));
+}
+
+std::shared_ptr<platform::ReportOutbox> sharedOutbox() {
+  return platform::reportOutboxes().outbox(ZAPreferencesUtil::appGroupSuiteName());
+}
+
+double now() { return platform::clock().timeIntervalSince1970(); }
+
+}  // namespace
+
+DurableReports& DurableReports::shared() {
+  static DurableReports* const instance = new DurableReports();
+  return *instance;
+}
+
+void DurableReports::setEnabled(bool enabled) { enabled_.store(enabled); }
+
+void DurableReports::send(const APIRequest& report) {
+  sendObserved(report,
+               [this, body = report.body(), sentAt = now()](
+                   const Outcome& outcome, const std::optional<platform::HTTPURLResponse>& answer) {
+                 if (!outcome.error) {
+                   noteSuccessfulExchange();
+                   return;
+                 }
+                 platform::printLine(outcome.error->localizedDescription());
+                 if (!body || !mayPassLater(*outcome.error)) return;
+                 const double keptAt = now();
+                 keep(*body, sentAt, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
+               });
+}
+
+void DurableReports::noteSuccessfulExchange() {
+  if (isEnabled()) wake(true);
+}
+
+void DurableReports::flush() {
+  if (isEnabled()) wake(true);
+}
+
+std::optional<ZAReportOutboxStatus> DurableReports::status() {
+  std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
+  if (!outbox) return std::nullopt;
+  platform::OutboxStatus status = outbox->status();
+  return ZAReportOutboxStatus{status.count, status.oldest, status.nextAttempt};
+}
+
+bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
+}
+
+void DurableReports::keep(const platform::Bytes& body, double sentAt, double notBefore) {
+  std::optional<std::string_view> events = eventsText(body);
+  std::shared_ptr<platform::ReportOutbox> outbox = events ? sharedOutbox() : nullptr;
+  if (!outbox) return;
+  std::optional<std::size_t> dropped =
+      outbox->append(platform::toBytes(*events), sentAt, platform::OutboxLimits{}, notBefore);
+  if (dropped && *dropped > 0) {
+    platform::printLine("Outbox full: dropped " + std::to_string(*dropped) + " oldest reports");
+  }
+  wake(false);
+}
+
+void DurableReports::wake(bool ignoreBackOff) {
+  std::lock_guard lock(mutex_);
+  wakeRequested_ = true;
+  ignoreBackOff_ = ignoreBackOff_ || ignoreBackOff;
+  static pid_t workerProcess = 0;  // guarded by mutex_; a child of fork() starts its own worker
+  if (!workerStarted_ || workerProcess != ::getpid()) {
+    try {
+      // Detached: it must not keep the process from exiting, and nothing ever stops it.
+      std::thread([this] { runWorker(); }).detach();
+      workerStarted_ = true;
+      workerProcess = ::getpid();
+    } catch (const std::system_error&) {
+      wakeRequested_ = false;  // no thread to be had: the next report or flush tries again
+    }
+  }
+  changed_.notify_all();
+}
+
+void DurableReports::runWorker() {
+  std::unique_lock lock(mutex_);
+  while (true) {
+    if (nextLook_) {
+      changed_.wait_until(lock, *nextLook_, [this] { return wakeRequested_; });
+    } else {
+      changed_.wait(lock, [this] { return wakeRequested_; });
+    }
+    const bool ignoreBackOff = ignoreBackOff_;
+    wakeRequested_ = ignoreBackOff_ = false;
+    nextLook_.reset();
+    if (isEnabled()) {
+      delivering_ = true;
+      lock.unlock();
+      std::optional<double> again = deliverDue(ignoreBackOff);
+      lock.lock();
+      delivering_ = false;
+      if (again) {
+        nextLook_ = std::chrono::steady_clock::now() +
+                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                        std::chrono::duration<double>(*again));
+      }
+    }
+    changed_.notify_all();
+  }
+}
+
+std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
+  // Before initialize has stored the service's address there is nowhere to deliver to.
+  if (!trackingRequest({}).url()) return std::nullopt;
+  std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
+  if (!outbox) return std::nullopt;
+  const std::string owner = platform::outboxOwnerName();
+  static std::mt19937_64 random{std::random_device{}()};  // the worker's thread only
+  while (true) {
+    const double claimedAt = now();
+    std::optional<platform::OutboxBatch> batch = outbox->claim(
+        owner, claimedAt, kLeaseSeconds, kMaxBatchReports, kMaxBatchBytes, ignoreBackOff);
+    if (!batch) {
+      platform::OutboxStatus status = outbox->status();
+      if (status.count == 0) return std::nullopt;
+      return std::max(status.nextAttempt - claimedAt, kLookAgainSeconds);
+    }
+    auto [outcome, answer] = exchange(trackingRequest(batchBody(batch->reports)));
+    if (!outcome.error) {
+      outbox->complete(owner, batch->ids);
+      ignoreBackOff = true;  // the service is back: the rest need not wait
+    } else if (!mayPassLater(*outcome.error)) {
+      platform::printLine(outcome.error->localizedDescription());
+      outbox->discard(owner, batch->ids);
+    } else {
+      const double failedAt = now();
+      const double wait =
+          std::max(backOffSeconds(batch->failedAttempts,
+                                  std::uniform_real_distribution<double>(0, 1)(random)),
+                   retryAfterSeconds(answer, failedAt).value_or(0));
+      outbox->release(owner, failedAt + wait);
+      return std::max(wait, 0.001);
+    }
+  }
+}
+
+}  // namespace detail
+
+std::optional<ZAReportOutboxStatus> ZAReportOutbox::status() {
+  return detail::DurableReports::shared().status();
+}
+
+void ZAReportOutbox::flush() { detail::DurableReports::shared().flush(); }
+
+bool ZAReportOutbox::waitUntilSettled(std::chrono::milliseconds limit) {
+  return detail::DurableReports::shared().waitUntilSettled(limit);
+}
+
+}  // namespace zelnora_core

@@ -1,0 +1,58 @@
+// Internal: durable reports (opt-in). Reports whose exchange fails in a way that may pass later are
+// kept in the shared outbox on the network thread; one worker thread of the kit delivers them in
+// batches, in order, under the outbox's lease, with back-off. Nothing here runs unless enabled.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/ReportOutbox.h"
+#include "zelnora_core/APIRequest.h"
+#include "zelnora_core/ZAReportOutbox.h"
+
+namespace zelnora_core::detail {
+
+class DurableReports {
+ public:
+  static DurableReports& shared();  // never destroyed: the worker may outlive static destruction
+
+  void setEnabled(bool enabled);
+  bool isEnabled() const { return enabled_.load(std::memory_order_relaxed); }
+
+  // Sends a report the way the API service does (same headers, same dumps, same printed error)
+  // and keeps it when the exchange fails in a way that may pass later. Caller's thread up to the
+  // hand-over; keeping happens in the completion, on the network thread.
+  void send(const APIRequest& report);
+  // Any exchange succeeded: the service is reachable, deliver now (when enabled).
+  void noteSuccessfulExchange();
+  // Delivers now, ignoring the back-off (when enabled).
+  void flush();
+
+  std::optional<ZAReportOutboxStatus> status();
+  bool waitUntilSettled(std::chrono::milliseconds limit);
+
+ private:
+  DurableReports() = default;
+  // `sentAt`, the time of the report's own call, orders kept reports: completions arrive in any
+  // order.
+  void keep(const platform::Bytes& body, double sentAt, double notBefore);
+  void wake(bool ignoreBackOff);
+  void runWorker();
+  // Delivers due batches until none is left or one fails; when to look again (seconds), if at all.
+  std::optional<double> deliverDue(bool ignoreBackOff);
+
+  std::atomic<bool> enabled_{false};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool workerStarted_ = false;                                     // guarded by mutex_
+  bool wakeRequested_ = false;                                     // guarded by mutex_
+  bool ignoreBackOff_ = false;                                     // guarded by mutex_
+  bool delivering_ = false;                                        // guarded by mutex_
+  std::optional<std::chrono::steady_clock::time_point> nextLook_;  // guarded by mutex_
+};
+
+}  // namespace zelnora_core::detail

@@ -1,0 +1,39 @@
+// Internal: the pure rules of durable reports — which failures are kept, how kept reports are
+// batched into one body, how long to wait before the next attempt.
+#pragma once
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "platform/Bytes.h"
+#include "platform/Error.h"
+#include "platform/UrlSession.h"
+
+namespace zelnora_core::detail {
+
+inline constexpr std::size_t kMaxBatchReports = 50;
+inline constexpr std::size_t kMaxBatchBytes = 64 * 1024;
+inline constexpr double kBackOffBaseSeconds = 1;
+inline constexpr double kBackOffCapSeconds = 600;
+
+// A failure that may pass if tried later: a transport error (not a URL that cannot be sent at
+// all), a 5xx or a 429. Other answers would fail again.
+bool mayPassLater(const platform::Error& error);
+
+// The events of a report body `{"events":[E1,E2]}` as the text "E1,E2"; absent when the body does
+// not have that shape (so that a batch never carries something it cannot frame).
+std::optional<std::string_view> eventsText(const platform::Bytes& body);
+
+// One body `{"events":[...]}` holding the events of every kept report, in order.
+platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents);
+
+// Full jitter: a uniform draw in [0, min(cap, base * 2^failedAttempts)]; `unit` is in [0, 1).
+double backOffSeconds(int failedAttempts, double unit);
+
+// Seconds to wait that an answer asks for with "Retry-After": delta seconds or an HTTP date
+// (IMF-fixdate, compared with `now`); absent when there is none or it cannot be read.
+std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLResponse>& response,
+                                        double now);
+
+}  // namespace zelnora_core::detail
