@@ -148,7 +148,7 @@ TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextPro
   EXPECT_EQ(service_->received().size(), 1u + 2u) << "one configuration fetch, two batches";
 }
 
-TEST_F(DurableReportsTest, AppAndExtensionSharingTheOutboxDeliverEveryReportOnce) {
+TEST_F(DurableReportsTest, ConcurrentAppAndExtensionSharingTheOutboxDeliverEveryReportOnce) {
   service_->stop();
   sendWhileDown("app", 150);
   sendWhileDown("ext", 150);
