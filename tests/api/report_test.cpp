@@ -38,9 +38,12 @@ TEST(ReportJson, IsCompactAndEscapesLikeThePhonesEncoder) {
 // Host threads start the kit, use every public operation and send reports at once, while the
 // answers arrive on the session's queue: every fetch calls back once, every report arrives once.
 TEST(Concurrency, HostThreadsUseTheKitAndReportAtOnce) {
-  test_support::RecordingServer server(test_support::RecordingServer::answerByStatusPath,
-                                       {.keepAlive = false});
-  server.answerPath("GET", "/config/k", {200, R"({"nt":"a","nai":"b"})"});
+  test_support::RecordingServer server(
+      [](const httplib::Request& request, httplib::Response& response) {
+        response.set_content(request.method == "GET" ? R"({"nt":"a","nai":"b"})" : "{}",
+                             "application/json");
+      },
+      false);
   test_support::TempDirectory bundle;
   platform::testing::FakeMainBundle mainBundle;
   mainBundle.resources["ZelnoraAdsConfig.plist"] = bundle.write(
