@@ -1,5 +1,5 @@
-// The Linux providers: bundles, simulated settings, the vendor identifier, and device, screen and
-// process facts read from a fake /sys and os-release.
+// The Linux providers: bundles, the vendor identifier, and device, screen and process facts read
+// from a fake /sys and os-release. (The other simulated settings are checked through zelnora-host.)
 #include <sys/stat.h>
 #include <sys/utsname.h>
 
@@ -66,17 +66,6 @@ TEST_F(FakeSysfs, BundleResourcesInfoAndKeptFiles) {
   setMainBundleDirectory(sys.file("other"));
   EXPECT_EQ(bundle.bundleIdentifier(), "com.example.other");
   setMainBundleDirectory("");
-}
-
-TEST(SimulatedSettings, CarrierAndAdvertisingIdentifierComeFromTheEnvironment) {
-  ScopedEnvironment carrier("ZELNORA_SIM_CARRIER", "Carrier One");
-  ScopedEnvironment id("ZELNORA_SIM_ADVERTISING_ID", "6d1f0f4e-8b6a-4c1e-9a57-0c1d2e3f4a5b");
-  const auto providers = linux_provider::telephony().serviceSubscriberCellularProviders();
-  ASSERT_TRUE(providers && providers->size() == 1u);
-  EXPECT_EQ(providers->front().second.carrierName, "Carrier One");
-  EXPECT_TRUE(linux_provider::advertising().isAdvertisingTrackingEnabled());
-  EXPECT_EQ(linux_provider::advertising().advertisingIdentifier(),
-            "6D1F0F4E-8B6A-4C1E-9A57-0C1D2E3F4A5B");
 }
 
 TEST_F(FakeSysfs, VendorIdentifierIsStoredPrivatelyAndOverriddenBySetting) {
