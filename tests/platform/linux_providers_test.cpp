@@ -1,5 +1,6 @@
 // The Linux providers: bundles, the vendor identifier, and device, screen and process facts read
 // from a fake /sys and os-release. (The other simulated settings are checked through zelnora-host.)
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 
@@ -15,14 +16,21 @@
 #include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/VendorIdentifier.h"
 #include "platform/Bundle.h"
-#include "support/ScopedEnvironment.h"
 #include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
 
-using test_support::ScopedEnvironment;
 using Setting = std::optional<std::string>;
+
+// Sets (or, given no value, clears) a simulated setting for one scope; cleared again after it.
+struct ScopedEnvironment {
+  ScopedEnvironment(const char* name, Setting value) : name(name) {
+    value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
+  }
+  ~ScopedEnvironment() { ::unsetenv(name); }
+  const char* name;
+};
 
 // A fake /sys and os-release, and kept files (os-release, Info.plist) read again on every use.
 class FakeSysfs : public ::testing::Test {
