@@ -266,11 +266,13 @@ TEST(SessionWireTest, RequestReadByAPeerThatThenClosesIsNeverSentAgain) {
 }
 
 TEST(SessionWireTest, RedirectFollowsTheStatusRulesAndFramingIsTheTransports) {
-  test_support::RecordingServer server([](const httplib::Request& request, auto& response) {
-    if (request.path.starts_with("/go/"))
-      return response.set_redirect("/landed", std::stoi(request.path.substr(4)));
-    response.set_content("landed", "text/plain");
-  });
+  test_support::RecordingServer server(
+      [](const httplib::Request& request, auto& response) {
+        if (request.path.starts_with("/go/"))
+          return response.set_redirect("/landed", std::stoi(request.path.substr(4)));
+        response.set_content("landed", "text/plain");
+      },
+      false);
   const struct {
     const char* method;
     int status;
