@@ -17,7 +17,6 @@
 #include "zelnora_core/APIService.h"
 #include "zelnora_core/ZACoreApiFactory.h"
 #include "zelnora_core/ZAManager.h"
-#include "zelnora_core/ZAPreferencesUtil.h"
 #include "zelnora_core/ZAReportHelper.h"
 #include "zelnora_core/ZAReportRequest.h"
 

@@ -4,8 +4,6 @@
 // the time-out measures silence, the memory guards, and cookies that persist.
 #include <sys/stat.h>
 
-#include <condition_variable>
-#include <cstdio>
 #include <thread>
 
 #include <gtest/gtest.h>
