@@ -61,31 +61,22 @@ TEST(MapToDevice, TableIdentifiersUnknownTextAndTheSimulatorRule) {
   fakes.process.env["SIMULATOR_MODEL_IDENTIFIER"] = "iPad14,5";
   EXPECT_EQ(Device::current(), Device::simulator(Device::iPadPro12Inch6)) << "read on every call";
   EXPECT_EQ(Device::mapToDevice("iPhone15,2"), Device::iPhone14Pro) << "no rule for the table";
-  Device::setIdentifier("iPhone99,1");
-  EXPECT_EQ(Device::identifier(), "iPhone99,1");
-  EXPECT_EQ(Device::current(), Device::unknown("iPhone99,1"));
 }
 
+// Known models compare by model and depth; an unknown text equals the model or simulator it spells.
 TEST(DeviceValue, EqualityFollowsTheDescriptions) {
   const Device x = Device::iPhoneX, sx = Device::simulator(Device::iPhoneX);
-  const std::string long40(40, 'b');
   // clang-format off
   for (const auto& [lhs, rhs, equal] : std::vector<std::tuple<Device, Device, bool>>{
-      {Device::iPhone12, Device::iPhone12Mini, false}, {Device::unknown("iPhone XS"), Device::iPhoneXS, false},
-      {Device::unknown("iPhone Xs"), Device::iPhoneXS, true}, {Device::unknown("iPhone X\u0280"), Device::iPhoneXR, true},
+      {Device::unknown("iPhone XS"), Device::iPhoneXS, false}, {Device::unknown("iPhone X\u0280"), Device::iPhoneXR, true},
       {sx, x, false}, {Device::simulator(sx), sx, false}, {Device::unknown(std::string(31, 'a')), Device::unknown(std::string(32, 'a')), false},
-      {Device::simulator(Device::unknown(long40)), Device::unknown("Simulator (" + long40 + ")"), true},
       {Device::simulator(Device::unknown("iPhone X")), Device::unknown("Simulator (iPhone X)"), true},
       {Device::unknown("Simulator (HomePod)"), Device::homePod, false}}) {
     // clang-format on
     EXPECT_EQ(lhs == rhs, equal) << lhs << " vs " << rhs;
     EXPECT_EQ(rhs != lhs, !equal) << lhs << " vs " << rhs;
   }
-  EXPECT_EQ(Device::realDevice(sx), x);
-  EXPECT_EQ(Device::simulator(sx).real(), sx);
-  EXPECT_EQ(Device::unknown("a").real(), Device::unknown("a"));
-  EXPECT_TRUE(x.isOneOf({Device::iPhone11, Device::unknown("iPhone X")}));
-  EXPECT_FALSE(x.isOneOf({sx}) || x.isOneOf({}));
+  EXPECT_TRUE(x.isOneOf({Device::iPhone11, Device::unknown("iPhone X")}) && !x.isOneOf({sx}));
 }
 
 // The first access to the identifier can happen only once per process, so these run in a fresh
@@ -274,8 +265,8 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
   }
   // clang-format off
   for (const auto& [scale, nativeScale, zoomed] : std::vector<std::tuple<double, double, bool>>{
-      {3, 2.88, true}, {3, 3.0, false}, {3, 2.7, false}, {3, 2.71, true}, {2.5, 2.88, true}, {2.5, 3.1, false},
-      {3.4, 3.2, false}, {2, 2.34375, true}, {2, 2, false}, {1, 1.5, true}, {std::nan(""), 3, false}}) {
+      {3, 2.88, true}, {3, 3.0, false}, {3, 2.7, false}, {3, 2.71, true}, {2.5, 3.1, false},
+      {2, 2.34375, true}, {std::nan(""), 3, false}}) {
     // clang-format on
     fakes.screen.scaleValue = scale;
     fakes.screen.nativeScaleValue = nativeScale;
@@ -285,7 +276,7 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
   EXPECT_TRUE(Device(Device::homePod).isGuidedAccessSessionActive());
 
   // One query per single capacity; a value of another type is no byte count.
-  auto& volumes = fakes.system.volumes.emplace();  // another type than a byte count reads as 0
+  auto& volumes = fakes.system.volumes.emplace();
   volumes[Key::volumeTotalCapacityKey].emplace<0>(std::int64_t{1} << 40);
   volumes[Key::volumeAvailableCapacityKey].emplace<1>(400);
   volumes[Key::volumeAvailableCapacityForOpportunisticUsageKey] = std::string("x");
@@ -293,11 +284,8 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
       Device::volumeTotalCapacity().value_or(0) + Device::volumeAvailableCapacity().value_or(0),
       (std::int64_t{1} << 40) + 400);
   EXPECT_FALSE(Device::volumeAvailableCapacityForOpportunisticUsage());
-  EXPECT_EQ(fakes.system.queries[1], std::vector{Key::volumeAvailableCapacityKey})
-      << "one key each";
-  EXPECT_EQ(Device::volumes()->size(), 3u);
-  EXPECT_EQ(Device::volumes()->at(Key::volumeAvailableCapacityForOpportunisticUsageKey), 0);
-  EXPECT_EQ(fakes.system.queries.back().size(), 4u) << "all four keys in one query";
+  EXPECT_EQ(fakes.system.queries[1], std::vector{Key::volumeAvailableCapacityKey});
+  EXPECT_EQ(Device::volumes()->size(), 3u) << "all four keys in one query, the three present kept";
   fakes.system.volumes = std::nullopt;
   EXPECT_FALSE(Device::volumes() || Device::volumeTotalCapacity());
 }

@@ -147,14 +147,11 @@ TEST(ValueTypes, CpuNamesAndOrderPencilSetsAndBatteryStates) {
     const CPU cpu(static_cast<CPU::Value>(i)), previous(static_cast<CPU::Value>(i > 0 ? i - 1 : 0));
     EXPECT_EQ(cpu.description(), name);
     EXPECT_EQ(previous<cpu, i> 0) << name;
-    EXPECT_EQ(std::hash<CPU>{}(previous) == std::hash<CPU>{}(cpu), i == 0) << name;
   }
   const ApplePencilSupport both{ApplePencilSupport::firstGeneration,
                                 ApplePencilSupport::secondGeneration};
   EXPECT_EQ(both.rawValue(), 3u);
   EXPECT_EQ(both ^ ApplePencilSupport::firstGeneration, ApplePencilSupport::secondGeneration);
-  EXPECT_EQ(BatteryState::unplugged(-100).description(),
-            "Battery level: -100%, device is unplugged.");
   // clang-format off
   for (const auto& [lhs, rhs, less] : std::vector<std::tuple<BatteryState, BatteryState, bool>>{
       {BatteryState::unplugged(99), BatteryState::full(), true}, {BatteryState::full(), BatteryState::charging(100), false},
@@ -162,8 +159,6 @@ TEST(ValueTypes, CpuNamesAndOrderPencilSetsAndBatteryStates) {
       {BatteryState::charging(40), BatteryState::unplugged(40), false}}) {
     // clang-format on
     EXPECT_EQ(lhs < rhs, less) << lhs.description() << " < " << rhs.description();
-    EXPECT_EQ(rhs > lhs, less) << lhs.description();
-    EXPECT_EQ(lhs >= rhs, !less) << lhs.description();
   }
   EXPECT_TRUE(BatteryState::charging(40) != BatteryState::unplugged(40) &&
               BatteryState::charging(40) <= BatteryState::unplugged(40));

@@ -1,16 +1,20 @@
-// The Linux URL session against loopback servers: what goes on the wire, what comes back, how
-// exchanges fail, and that every task completes exactly once off the caller's thread.
-#include <condition_variable>
-#include <cstdio>
+// The Linux URL session against loopback servers, as the phone's session behaves: what goes on the
+// wire, what comes back, how exchanges fail, that every task completes exactly once off the
+// caller's thread, that a request is sent at most once, how redirects change method and body, that
+// the time-out measures silence, the memory guards, and cookies that persist.
+#include <sys/stat.h>
+
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "../../platform/src/LinuxProviders.h"
+#include "platform/Bundle.h"
 #include "platform/UrlSession.h"
-#include "support/LoopbackSocket.h"
+#include "support/ChildProcess.h"
 #include "support/RawSocketServer.h"
 #include "support/RecordingServer.h"
+#include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
@@ -19,12 +23,15 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 using test_support::RawSocketServer;
 using Connection = RawSocketServer::Connection;
+using Values = std::vector<std::string>;
 
 URLSession& session() { return linux_provider::urlSession(); }
 
-URLRequest requestFor(const std::string& text, std::string method = "GET") {
+URLRequest requestFor(const std::string& text, std::string method = "GET",
+                      std::optional<std::string> body = std::nullopt) {
   URLRequest request(Url::parse(text).value_or(*Url::parse("http://invalid.invalid/")));
   request.httpMethod = std::move(method);
+  if (body) request.httpBody = toBytes(*body);
   return request;
 }
 
@@ -41,7 +48,7 @@ Outcome send(URLRequest request) {
   session().dataTask(std::move(request), [outcome](auto body, auto response, auto error) {
     *outcome = {outcome->calls + 1, std::move(body), std::move(response), std::move(error)};
   });
-  EXPECT_TRUE(session().waitUntilIdle(60s));
+  EXPECT_TRUE(session().waitUntilIdle(120s));
   return *outcome;
 }
 
@@ -65,7 +72,7 @@ TEST(UrlSessionRequest, ServerReceivesMethodTargetHeadersAndExactBody) {
   // clang-format on
   for (const auto& [method, body] : cases) {
     SCOPED_TRACE(method + " with body of " + std::to_string(body.value_or("").size()));
-    test_support::RecordingServer server(echo, {.keepAlive = false});
+    test_support::RecordingServer server(echo, false);
     auto request = requestFor(server.url("/echo/a%20b?i=7&q=x%2By"), method);
     request.addValue("application/json; charset=UTF-8", "Content-Type");
     request.addValue("*/*", "Accept");
@@ -132,7 +139,6 @@ TEST(UrlSessionResponse, StatusHeadersAndWholeBodyArriveAsSent) {
   }
   const std::map<std::string, std::string> answers = {
       {"/chunked", "200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked + "0\r\n\r\n"},
-      {"/until-close", "200 OK\r\n\r\n" + large},
       {"/head", "200 OK\r\nContent-Length: 5\r\n\r\n"},
       {"/empty", "204 No Content\r\n\r\n"},
       {"/", "503 Unavailable\r\nZ-Last: 1\r\nA-First:  2 \r\nContent-Length: 4\r\n\r\nbody"}};
@@ -145,8 +151,8 @@ TEST(UrlSessionResponse, StatusHeadersAndWholeBodyArriveAsSent) {
   });
   // clang-format off
   for (const auto& [path, method, status, body] : std::vector<std::tuple<std::string, std::string, int, std::string>>{
-      {"/chunked", "GET", 200, large}, {"/until-close", "GET", 200, large},
-      {"/head", "HEAD", 200, ""}, {"/empty", "GET", 204, ""}, {"/", "GET", 503, "body"}}) {
+      {"/chunked", "GET", 200, large}, {"/head", "HEAD", 200, ""}, {"/empty", "GET", 204, ""},
+      {"/", "GET", 503, "body"}}) {
     // clang-format on
     const auto outcome = send(requestFor(server.url(path), method));
     ASSERT_FALSE(outcome.error) << path << ": " << outcome.error->localizedDescription();
@@ -199,28 +205,16 @@ TEST(UrlSessionFailure, EachEndsInOneCompletionWithTheTransportError) {
   }
 }
 
-TEST(UrlSessionCompletion, IdleWaitsForTasksAndTheWorkerOutlivesItsCompletions) {
-  RawSocketServer held([](Connection& connection) {
-    connection.readRequestHead();
-    connection.waitForRelease();
-  });
-  std::atomic<int> calls{0};
-  session().dataTask(requestFor(held.url("/held")), [&](auto, auto, auto) { ++calls; });
-  EXPECT_FALSE(session().waitUntilIdle(50ms));
-  EXPECT_EQ(calls.load(), 0);
-  held.release();
-  EXPECT_TRUE(session().waitUntilIdle(60s));
-  EXPECT_EQ(calls.load(), 1);
-
-  // A completion that throws must not end the worker and with it every later exchange.
-  test_support::RecordingServer server(echo, {.keepAlive = false});
+// A completion that throws must not end the worker and with it every later exchange.
+TEST(UrlSessionCompletion, TheWorkerOutlivesAThrowingCompletion) {
+  test_support::RecordingServer server(echo, false);
   session().dataTask(requestFor(server.url("/")), [](auto...) { throw std::runtime_error("bug"); });
   EXPECT_EQ(toString(send(requestFor(server.url("/?i=2"))).body.value_or(Bytes{})), "echo:2");
 }
 
 TEST(UrlSessionConcurrency, ConcurrentTasksCompleteExactlyOnceOffCallerThreads) {
   constexpr int kThreads = 4, kTasksPerThread = 50;
-  test_support::RecordingServer server(echo, {.keepAlive = false});
+  test_support::RecordingServer server(echo, false);
   std::vector<std::atomic<int>> calls(kThreads * kTasksPerThread);
   std::atomic<int> onCallerThread{0}, wrongBody{0};
   std::vector<std::thread> callers;
@@ -242,6 +236,182 @@ TEST(UrlSessionConcurrency, ConcurrentTasksCompleteExactlyOnceOffCallerThreads) 
   for (std::size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].load(), 1) << "task " << i;
   EXPECT_EQ(onCallerThread.load() + wrongBody.load(), 0);
   EXPECT_EQ(server.received().size(), calls.size());
+}
+
+TEST(SessionWireTest, RequestReadByAPeerThatThenClosesIsNeverSentAgain) {
+  for (const char* method : {"GET", "POST"}) {
+    SCOPED_TRACE(method);
+    std::atomic<int> connections{0}, requests{0};
+    RawSocketServer server([&](RawSocketServer::Connection& connection) {
+      const bool first = connections++ == 0;
+      for (int answered = 0;; ++answered) {
+        const std::string head = connection.readRequestHead();
+        if (head.empty()) return;
+        ++requests;
+        connection.readExactly(head.find("Content-Length: 13") == std::string::npos ? 0 : 13);
+        if (first && answered == 1) return;  // the kept-alive connection dies unanswered
+        connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+      }
+    });
+    ASSERT_FALSE(send(requestFor(server.url("/first"))).error);
+    const Error lost =
+        send(requestFor(server.url("/report"), method, "{\"events\":[]}")).error.value_or(Error{});
+    EXPECT_EQ(lost.code, kURLErrorNetworkConnectionLost);
+    EXPECT_EQ(lost.localizedDescription(), "The network connection was lost.");
+    EXPECT_EQ(requests.load(), 2);
+  }
+}
+
+TEST(SessionWireTest, RedirectFollowsTheStatusRulesAndFramingIsTheTransports) {
+  test_support::RecordingServer server(
+      [](const httplib::Request& request, auto& response) {
+        if (request.path.starts_with("/go/"))
+          return response.set_redirect("/landed", std::stoi(request.path.substr(4)));
+        response.set_content("landed", "text/plain");
+      },
+      false);
+  const struct {
+    const char* method;
+    int status;
+    const char* followUp;
+  } cases[] = {{"POST", 303, "GET"}, {"POST", 302, "GET"}, {"POST", 301, "GET"},
+               {"PUT", 303, "GET"},  {"PUT", 302, "PUT"},  {"POST", 307, "POST"},
+               {"PUT", 308, "PUT"}};
+  const std::string body = "{\"n\":1}";
+  const std::string host = "127.0.0.1:" + std::to_string(server.port());
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.method) + " " + std::to_string(c.status));
+    server.clear();
+    auto request = requestFor(server.url("/go/" + std::to_string(c.status)), c.method, body);
+    for (const auto& [name, value] : {std::pair{"Content-Type", "application/json"},
+                                      {"Content-Length", "7"},
+                                      {"Host", "evil.example"},
+                                      {"Transfer-Encoding", "chunked"},
+                                      {"X-Keep", "yes"}}) {
+      request.addValue(value, name);
+    }
+    request.timeoutInterval = 5s;
+    const Outcome outcome = send(std::move(request));
+    ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
+    EXPECT_EQ(outcome.response->url, server.url("/landed"));
+    const auto received = server.received();
+    ASSERT_EQ(received.size(), 2u);
+    const bool keepsBody = std::string(c.followUp) != "GET";
+    EXPECT_EQ(received[1].method, c.followUp);
+    EXPECT_EQ(received[1].body, keepsBody ? body : "");
+    EXPECT_EQ(received[1].values("Content-Length"), keepsBody ? Values{"7"} : Values{});
+    EXPECT_EQ(received[1].values("Content-Type").size(), keepsBody ? 1u : 0u);
+    for (const auto& hop : received) {
+      EXPECT_EQ(hop.values("Host"), Values{host});
+      EXPECT_EQ(hop.values("Transfer-Encoding"), Values{});
+      EXPECT_EQ(hop.values("X-Keep"), Values{"yes"});
+    }
+  }
+}
+
+TEST(SessionWireTest, SlowButSteadyAnswerOutlastsTheTimeOut) {
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 12\r\nConnection: close\r\n\r\n");
+    for (int i = 0; i < 12; ++i) {
+      connection.send("x");
+      std::this_thread::sleep_for(100ms);  // the peer's pace, not a wait for the session
+    }
+  });
+  auto request = requestFor(server.url("/drip"));
+  request.timeoutInterval = 0.5s;
+  const Outcome outcome = send(std::move(request));
+  ASSERT_FALSE(outcome.error) << outcome.error->localizedDescription();
+  EXPECT_EQ(toString(*outcome.body), std::string(12, 'x'));
+}
+
+// An answer of `bytes` bytes, declared by Content-Length or ended by closing the connection.
+RawSocketServer::Handler answering(std::size_t bytes, bool declared) {
+  return [bytes, declared](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n" +
+                    (declared ? "Content-Length: " + std::to_string(bytes) + "\r\n" : "") + "\r\n");
+    const std::string block(1 << 16, 'b');
+    for (std::size_t left = bytes; left > 0; left -= std::min(left, block.size())) {
+      connection.send(std::string_view(block).substr(0, std::min(left, block.size())));
+    }
+  };
+}
+
+TEST(SessionWireTest, BodiesArriveWholeUpToTheGuard) {
+  constexpr std::size_t kMiB = 1 << 20;
+  const struct {
+    const char* name;
+    std::size_t bytes, guard;
+    bool declared, delivered;
+  } cases[] = {{"64 MiB under the default guard", 64 * kMiB, 0, true, true},
+               {"declared over the guard", kMiB + 1, kMiB, true, false},
+               {"unframed over the guard", kMiB + 1, kMiB, false, false},
+               {"unframed at the guard", kMiB, kMiB, false, true}};
+  const URLSessionLimits defaults = urlSessionLimits();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    setURLSessionLimits({c.guard != 0 ? c.guard : defaults.maximumBodyBytes});
+    RawSocketServer server(answering(c.bytes, c.declared));
+    const Outcome outcome = send(requestFor(server.url("/big")));
+    EXPECT_EQ(outcome.body ? outcome.body->size() : 0, c.delivered ? c.bytes : 0);
+    EXPECT_EQ(outcome.error.value_or(Error{}).code, c.delivered ? 0 : -1103);
+  }
+  setURLSessionLimits(defaults);
+}
+
+TEST(SessionWireTest, OversizedHeaderBlockFailsThatExchangeClearly) {
+  std::string manyFields, oneLongLine = "X-Long: " + std::string(200'000, 'v') + "\r\n";
+  for (int i = 0; i < 4000; ++i)
+    manyFields += "X-F" + std::to_string(i) + ": " + std::string(90, 'v') + "\r\n";
+  for (const std::string* fields : {&manyFields, &oneLongLine}) {
+    RawSocketServer server([fields](RawSocketServer::Connection& connection) {
+      connection.readRequestHead();
+      connection.send("HTTP/1.1 200 OK\r\n" + *fields + "Content-Length: 0\r\n\r\n");
+    });
+    const Error error = send(requestFor(server.url("/"))).error.value_or(Error{});
+    EXPECT_EQ(error.code, kURLErrorBadServerResponse);
+    EXPECT_EQ(error.localizedDescription(), "response header block too large");
+  }
+}
+
+constexpr const char* kCookieServer = "ZELNORA_TEST_COOKIE_SERVER";
+
+// Runs only as a child process of the test below: one launch of an app that talks to the server.
+TEST(SessionCookieTest, OneLaunch) {
+  const char* server = std::getenv(kCookieServer);
+  if (server == nullptr) GTEST_SKIP() << "runs as a child process only";
+  setMainBundleDirectory(std::getenv("XDG_DATA_HOME"));
+  if (std::getenv("ZELNORA_TEST_COOKIE_SET") != nullptr) send(requestFor(server + "/set"s));
+  EXPECT_FALSE(send(requestFor(server + "/check"s)).error);
+}
+
+TEST(SessionCookieTest, SetCookieIsSentBackNowAndInTheNextLaunch) {
+  test_support::TempDirectory home;
+  home.write("Info.plist",
+             "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>CFBundleIdentifier</key>"
+             "<string>com.example.cookies</string></dict></plist>");
+  test_support::RecordingServer server([](const httplib::Request& request, auto& response) {
+    if (request.path == "/set") response.set_header("Set-Cookie", "visit=1; Max-Age=3600; Path=/");
+  });
+  for (bool setsCookie : {true, false}) {
+    const auto launch = test_support::runChild(
+        std::filesystem::read_symlink("/proc/self/exe"),
+        {"--gtest_filter=SessionCookieTest.OneLaunch"},
+        {{kCookieServer, server.base()},
+         {"XDG_DATA_HOME", home.path()},
+         {"ZELNORA_TEST_COOKIE_SET", setsCookie ? std::optional("1") : std::nullopt}});
+    EXPECT_EQ(launch.exitStatus, 0) << launch.standardOutput;
+  }
+  const auto received = server.received();
+  ASSERT_EQ(received.size(), 3u);
+  for (int i : {1, 2}) EXPECT_EQ(received[i].values("Cookie"), Values{"visit=1"});
+  auto mode = [&](const char* name) {
+    struct stat info {};
+    return ::stat(home.file(name).c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
+  };
+  EXPECT_EQ(mode("zelnora/cookies/com.example.cookies"), 0600u);
+  EXPECT_EQ(mode("zelnora/cookies"), 0700u);
 }
 
 }  // namespace

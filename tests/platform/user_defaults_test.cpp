@@ -1,12 +1,10 @@
 // The SQLite preferences suite: typed values, removal, private files, damaged files, and what
-// other connections, threads and processes (forked, or killed mid-write) see.
-#include <signal.h>
+// other connections, threads and processes see.
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -150,45 +148,6 @@ TEST(UserDefaultsConcurrency, WritersLoseNothingAndReadersNeverGoBack) {
   EXPECT_EQ(wentBack, 0);
   EXPECT_EQ(reader->object("counter"), PropertyValue(kWrites));
   EXPECT_EQ(reader->dictionaryRepresentation().size(), std::size_t{3 * kWrites + 1});
-}
-
-// A writer killed at random moments and started again: every write it saw return survives, and
-// every stored value still reads.
-TEST(UserDefaultsSuite, ReportedWritesSurviveAKilledWriter) {
-  test_support::TempDirectory dir;
-  constexpr std::int32_t kWrites = 1000;
-  const unsigned seed = std::random_device{}();
-  std::mt19937 random(seed);
-  std::int32_t reported = -1;
-  for (int round = 0; round < 5; ++round) {
-    int progress[2];
-    ASSERT_EQ(::pipe(progress), 0);
-    const pid_t writer = forkChild([&] {
-      auto suite = openSuite(dir.path());
-      for (std::int32_t i = reported + 1; i < kWrites; ++i) {
-        suite->set("key." + std::to_string(i), toBytes(std::to_string(i)));
-        suite->set("shared", makeStringDictionary({{"last", std::to_string(i)}}));
-        if (::write(progress[1], &i, sizeof i) != sizeof i) return false;
-      }
-      return true;
-    });
-    ::close(progress[1]);
-    const int killAfter = round < 4 ? std::uniform_int_distribution<int>(10, 150)(random) : kWrites;
-    for (std::int32_t index = 0, seen = 0;
-         ::read(progress[0], &index, sizeof index) == sizeof index; reported = index) {
-      if (++seen == killAfter) ::kill(writer, SIGKILL);
-    }
-    ::close(progress[0]);
-    ::waitpid(writer, nullptr, 0);
-  }
-  ASSERT_EQ(reported, kWrites - 1) << "seed " << seed;
-  auto suite = openSuite(dir.path());
-  ASSERT_NE(suite, nullptr) << "the suite no longer opens";
-  const Entries entries = suite->dictionaryRepresentation();
-  EXPECT_EQ(entries.size(), std::size_t{kWrites + 1});
-  for (std::int32_t i = 0; i < kWrites; ++i) {
-    EXPECT_EQ(entries.at("key." + std::to_string(i)), PropertyValue(toBytes(std::to_string(i))));
-  }
 }
 
 }  // namespace

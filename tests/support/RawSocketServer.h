@@ -2,6 +2,8 @@
 // library will not do (resets, closes without an answer, garbage status lines, stalls).
 #pragma once
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,9 +16,30 @@
 #include <thread>
 #include <vector>
 
-#include "support/LoopbackSocket.h"
-
 namespace test_support {
+
+// A TCP socket bound to an ephemeral port of 127.0.0.1, listening when `backlog` > 0.
+struct LoopbackSocket {
+  explicit LoopbackSocket(int backlog) : fd(::socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    if (backlog > 0) ::listen(fd, backlog);
+    socklen_t length = sizeof address;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    port = ntohs(address.sin_port);
+  }
+  int fd;
+  int port = 0;
+};
+
+// A loopback port on which nothing listens (bound once, then closed): connecting is refused.
+inline int refusedPort() {
+  const LoopbackSocket probe(0);
+  ::close(probe.fd);
+  return probe.port;
+}
 
 class RawSocketServer {
  public:
@@ -87,8 +110,7 @@ class RawSocketServer {
 
   using Handler = std::function<void(Connection&)>;
 
-  explicit RawSocketServer(Handler handler)
-      : handler_(std::move(handler)), listener_(bindLoopback(64)) {
+  explicit RawSocketServer(Handler handler) : handler_(std::move(handler)), listener_(64) {
     acceptor_ = std::thread([this] { acceptLoop(); });
   }
 

@@ -1,18 +1,13 @@
-// A cpp-httplib server on 127.0.0.1 that records every request it gets and answers as the test
-// scripts it: one answer for every path, answers for given method and path, else a responder.
+// A cpp-httplib server on 127.0.0.1 that records every request it gets and answers each with the
+// test's responder.
 #pragma once
 
 #include <strings.h>
 
-#include <cstddef>
 #include <functional>
-#include <limits>
-#include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <httplib.h>
@@ -21,8 +16,7 @@ namespace test_support {
 
 struct ReceivedRequest {
   std::string method;
-  std::string target;  // path and query as sent
-  std::string path;    // percent-decoded, without the query
+  std::string path;  // percent-decoded, without the query
   httplib::Params params;
   httplib::Headers headers;  // names as sent; without httplib's REMOTE_/LOCAL_ entries
   std::string body;
@@ -37,35 +31,18 @@ struct ReceivedRequest {
   }
 };
 
-struct Answer {
-  int status = 200;
-  std::string body;
-  bool dropMidBody = false;  // announce the body's length, send part of it, close
-  std::string contentType = "application/json";
-};
-
-struct RecordingServerOptions {
-  // False: one request per connection, so stopping the server never waits on a connection the
-  // client keeps idle.
-  bool keepAlive = true;
-  time_t keepAliveTimeoutSeconds = CPPHTTPLIB_KEEPALIVE_TIMEOUT_SECOND;
-  std::size_t payloadMaxLength = std::numeric_limits<std::size_t>::max();
-};
-
 class RecordingServer {
  public:
-  using Answer = test_support::Answer;
-  // Answers what no scripted answer covers.
   using Responder = std::function<void(const httplib::Request&, httplib::Response&)>;
 
-  explicit RecordingServer(Responder responder = answerByStatusPath,
-                           RecordingServerOptions options = {})
+  // `keepAlive` false: one request per connection, so stopping the server never waits on a
+  // connection the client keeps idle.
+  explicit RecordingServer(Responder responder, bool keepAlive = true)
       : responder_(std::move(responder)) {
-    if (!options.keepAlive) server_.set_keep_alive_max_count(1);
-    server_.set_keep_alive_timeout(options.keepAliveTimeoutSeconds);
-    server_.set_payload_max_length(options.payloadMaxLength);
+    if (!keepAlive) server_.set_keep_alive_max_count(1);
     auto handler = [this](const httplib::Request& request, httplib::Response& response) {
-      respond(request, response);
+      record(request);
+      responder_(request, response);
     };
     const std::string any = ".*";
     server_.Get(any, handler).Post(any, handler).Put(any, handler);
@@ -88,57 +65,20 @@ class RecordingServer {
     std::lock_guard lock(mutex_);
     return received_;
   }
-  // Forgets what was received and every scripted answer.
   void clear() {
     std::lock_guard lock(mutex_);
     received_.clear();
-    everyPath_.reset();
-    byRoute_.clear();
-  }
-  void answerEveryPathWith(Answer answer) {
-    std::lock_guard lock(mutex_);
-    everyPath_ = std::move(answer);
-  }
-  // `path` is matched percent-decoded and without the query.
-  void answerPath(const std::string& method, const std::string& path, Answer answer) {
-    std::lock_guard lock(mutex_);
-    byRoute_[{method, path}] = std::move(answer);
-  }
-
-  // ".../status/NNN" with status NNN (404 and 500 with a body), anything else 200 {"ok":true}.
-  static void answerByStatusPath(const httplib::Request& request, httplib::Response& response) {
-    const auto marker = request.path.rfind("/status/");
-    response.status =
-        marker == std::string::npos ? 200 : std::stoi(request.path.substr(marker + 8));
-    if (response.status == 200) response.set_content("{\"ok\":true}", "application/json");
-    if (response.status == 404)
-      response.set_content("{\"error\":\"not found\"}", "application/json");
-    if (response.status == 500) response.set_content("boom", "text/plain");
   }
 
  private:
-  void respond(const httplib::Request& request, httplib::Response& response) {
-    std::unique_lock lock(mutex_);
-    ReceivedRequest& copy = received_.emplace_back(ReceivedRequest{
-        request.method, request.target, request.path, request.params, {}, request.body});
+  void record(const httplib::Request& request) {
+    std::lock_guard lock(mutex_);
+    ReceivedRequest& copy = received_.emplace_back(
+        ReceivedRequest{request.method, request.path, request.params, {}, request.body});
     for (const auto& [name, value] : request.headers) {
       if (!name.starts_with("REMOTE_") && !name.starts_with("LOCAL_"))
         copy.headers.emplace(name, value);
     }
-    auto route = byRoute_.find({request.method, request.path});
-    std::optional<Answer> scripted = everyPath_                ? everyPath_
-                                     : route != byRoute_.end() ? std::optional(route->second)
-                                                               : std::nullopt;
-    lock.unlock();
-    if (!scripted) return responder_(request, response);
-    response.status = scripted->status;
-    if (!scripted->dropMidBody) return response.set_content(scripted->body, scripted->contentType);
-    // Announces more than it sends: the exchange ends with the length unmet.
-    response.set_content_provider(scripted->body.size() + 100, scripted->contentType,
-                                  [body = scripted->body](size_t, size_t, httplib::DataSink& sink) {
-                                    sink.write(body.data(), body.size());
-                                    return false;
-                                  });
   }
 
   const Responder responder_;
@@ -146,9 +86,7 @@ class RecordingServer {
   int port_ = 0;
   std::thread thread_;
   mutable std::mutex mutex_;
-  std::vector<ReceivedRequest> received_;                          // guarded by mutex_
-  std::optional<Answer> everyPath_;                                // guarded by mutex_
-  std::map<std::pair<std::string, std::string>, Answer> byRoute_;  // guarded by mutex_
+  std::vector<ReceivedRequest> received_;  // guarded by mutex_
 };
 
 }  // namespace test_support

@@ -1,5 +1,4 @@
-// A scratch directory for one test, removed with everything in it (even what was made unreadable)
-// when the test ends.
+// A scratch directory for one test, removed with everything in it when the test ends.
 #pragma once
 
 #include <stdlib.h>
@@ -20,7 +19,6 @@ class TempDirectory {
   ~TempDirectory() {
     if (path_.empty()) return;
     std::error_code ignored;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, ignored);
     std::filesystem::remove_all(path_, ignored);
   }
   TempDirectory(const TempDirectory&) = delete;

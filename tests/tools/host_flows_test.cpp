@@ -1,6 +1,7 @@
 // The kit as a host app's user sees it: the real zelnora-host program, run as a child process
 // against an in-process reference service, one test per user-visible flow. Each test has its own
 // bundle and data directory; the runs of one test share the stored state, as launches of one app.
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -11,9 +12,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "ChildProcess.h"
 #include "HostBundle.h"
 #include "ReferenceService.h"
+#include "support/ChildProcess.h"
 #include "support/TempDirectory.h"
 
 namespace zelnora_tools {
@@ -78,17 +79,16 @@ class HostFlows : public ::testing::Test {
   }
 
   // One launch of the host app; the simulated readings of `environment` replace the machine's.
-  zelnora_tools_testing::ChildResult host(const Lines& commands, const std::string& bundle = "",
-                                          Environment environment = {}) {
+  test_support::ChildResult host(const Lines& commands, const std::string& bundle = "",
+                                 Environment environment = {}) {
     Lines arguments{"--bundle", bundle.empty() ? bundle_ : bundle};
     arguments.insert(arguments.end(), commands.begin(), commands.end());
     environment.insert({{"XDG_DATA_HOME", data_},
                         {"ZELNORA_SIM_ADVERTISING_ID", std::nullopt},
                         {"ZELNORA_SIM_CARRIER", std::nullopt},
                         {"ZELNORA_SIM_LOCATION", std::nullopt}});
-    return zelnora_tools_testing::runChild(
-        zelnora_tools_testing::toolsDirectory() + "/host/zelnora-host", arguments,
-        {environment, ""});
+    return test_support::runChild(test_support::toolsDirectory() + "/host/zelnora-host", arguments,
+                                  environment);
   }
 
   std::vector<RecordedRequest> received(const std::string& path) const {
@@ -122,7 +122,7 @@ TEST_P(StartUp, PrintsStoresAndFetchesAsTheAnswerSays) {
   if (*c.stored == '\0') commands.clear();
   commands.insert(commands.end(), c.commands.begin(), c.commands.end());
   commands.insert(commands.end(), {"wait", "state", "prefs"});
-  const zelnora_tools_testing::ChildResult run = host(commands);
+  const test_support::ChildResult run = host(commands);
   ASSERT_EQ(run.exitStatus, 0) << run.standardOutput << run.standardError;
   EXPECT_EQ(kitLines(run.standardOutput), c.kitLines) << run.standardOutput;
   const bool succeeded = c.kitLines.front() == "SDK initialized successfully";
@@ -156,6 +156,8 @@ std::string fresh(const std::string& key, const std::string& kill = "") {
 INSTANTIATE_TEST_SUITE_P(Answers, StartUp, ::testing::Values(
     StartUpCase{"Ok", "", {"initialize demo-key"}, kOk, kReady, fresh("demo-key"), 1},
     StartUpCase{"Ok299Replaces", kOld, {"initialize ok299"}, kOk, kReady, fresh("ok299"), 1},
+    StartUpCase{"KillFromTheServiceIsStored", "", {"initialize killed"}, kOk, kReady,
+                fresh("killed", R"(,"k":true)"), 1},
     StartUpCase{"ChannelIsTheKey", "", {"initialize channel"}, kOk, kReady, fresh("channel"), 1},
     StartUpCase{"Redirect300Removes", kOld, {"initialize moved"}, kError, kReady, "", 1},
     StartUpCase{"Unauthorized401Keeps", kOld, {"initialize unknown"}, {"Application key invalid"},
@@ -179,17 +181,8 @@ INSTANTIATE_TEST_SUITE_P(Answers, StartUp, ::testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST_F(HostFlows, KillSwitchFromTheServiceDisablesTheNextLaunch) {
-  EXPECT_EQ(kitLines(host({"initialize killed", "wait"}).standardOutput), kOk);
-  const zelnora_tools_testing::ChildResult next = host({"initialize killed", "wait", "state"});
-  EXPECT_EQ(kitLines(next.standardOutput), Lines{"Zelnora Ads sdk disabled"});
-  EXPECT_THAT(next.standardOutput,
-              HasSubstr("host: state initialized=false debug=false disabled=true"));
-  EXPECT_EQ(service_->received().size(), 1u);
-}
-
 TEST_F(HostFlows, ReportCarriesUserHeadersAndDeviceFactsAndIsDumped) {
-  const zelnora_tools_testing::ChildResult run =
+  const test_support::ChildResult run =
       host({"initialize demo-key", "wait", "set-user-id user-1",
             "set-custom-headers X-Test=yes accept=text/html \"Bad Name=v\"",
             "send-report event=open campaign=c-1 type=push", "wait", "send-report event=", "wait",
@@ -231,7 +224,7 @@ TEST_F(HostFlows, ReportCarriesUserHeadersAndDeviceFactsAndIsDumped) {
 }
 
 TEST_F(HostFlows, RequestsReachTheirBaseAndCompleteOnceWithTheirOutcome) {
-  const zelnora_tools_testing::ChildResult run = host(
+  const test_support::ChildResult run = host(
       {"initialize demo-key", "wait", "request getCampaign get path.zoneId=42 \"param.q=a b&c\"",
        "wait", "request sendAppTracking get", "wait", "request vqxCallback post body={}", "wait",
        "request registerInVqx post", "request unregisterInVqx delete", "wait",
@@ -274,7 +267,7 @@ TEST_F(HostFlows, DeviceInformationMapCarriesWhatTheKitFindsInAppAndExtension) {
       {"ZELNORA_SIM_VENDOR_ID", "0f8fad5b-d9cb-469f-a165-70867728950e"},
       {"ZELNORA_SIM_CARRIER", "Zelnora Mobile"},
       {"ZELNORA_SIM_LOCATION", "-23.5505199,0"},
-      {"ZELNORA_SIM_ADVERTISING_ID", "6D92078A-8246-4BA4-AE5B-76104861E7DC"}};
+      {"ZELNORA_SIM_ADVERTISING_ID", "6d92078a-8246-4ba4-ae5b-76104861e7dc"}};
   const std::string bare =
       host({"device-info"}, "", {{"ZELNORA_SIM_VENDOR_ID", "no uuid"}}).standardOutput;
   const std::string stored =
@@ -309,12 +302,53 @@ TEST_F(HostFlows, DeviceInformationMapCarriesWhatTheKitFindsInAppAndExtension) {
   EXPECT_EQ(full, fixed);
 }
 
+// A host property list the kit cannot use ends the app with its reason before anything is sent.
+TEST_F(HostFlows, UnusableHostPropertyListEndsTheAppWithItsReason) {
+  const auto plist = [](const std::string& entries) {
+    return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>" + entries + "</dict></plist>";
+  };
+  const auto entry = [](const std::string& key, const char* value = "<string>http://h</string>") {
+    return "<key>" + key + "</key>" + value;
+  };
+  // clang-format off
+  const std::pair<std::optional<std::string>, std::string> cases[] = {
+      {std::nullopt, "ZelnoraAdsConfig plist not found"}, {"not a plist", "ZelnoraAdsConfig plist not found"},
+      {plist(entry("init_config")), "Missing plist key INIT_CONFIG"},
+      {plist(entry("INIT_CONFIG")), "Missing plist key API_BASE_URL"},
+      {plist(entry("INIT_CONFIG") + entry("API_BASE_URL")), "Missing plist key VQX_BASE_URL"},
+      {plist(entry("INIT_CONFIG", "<integer>5</integer>") + entry("API_BASE_URL") + entry("VQX_BASE_URL")),
+       "Missing plist key INIT_CONFIG"}};
+  // clang-format on
+  for (const auto& [file, message] : cases) {
+    std::filesystem::remove(bundle_ + "/ZelnoraAdsConfig.plist");
+    if (file) scratch_.write("bundle/ZelnoraAdsConfig.plist", *file);
+    const test_support::ChildResult run = host({"initialize demo-key", "wait"});
+    EXPECT_EQ(run.terminatingSignal, SIGABRT) << message;
+    EXPECT_EQ(run.standardError, "Fatal error: " + message + "\n");
+  }
+  EXPECT_TRUE(service_->received().empty());
+}
+
+TEST_F(HostFlows, DeviceCommandDescribesTheModelAsJson) {
+  EXPECT_EQ(
+      linesOf(host({"device iPhone15,2"}).standardOutput, "host: device "),
+      Lines{R"(host: device {"description":"iPhone 14 Pro","safeDescription":"iPhone 14 Pro",)"
+            R"("cpu":"A16 Bionic","diagonal":6.1,"ppi":460,"screenRatio":[9,19.5],)"
+            R"("cameras":["wide","telephoto","ultraWide"],"applePencilSupport":0,"isPod":false,)"
+            R"("isPhone":true,"isPad":false,"isSimulator":false,"isTouchIDCapable":false,)"
+            R"("isFaceIDCapable":true,"hasBiometricSensor":true,"hasSensorHousing":true,)"
+            R"("hasRoundedDisplayCorners":true,"has3dTouchSupport":false,)"
+            R"("supportsWirelessCharging":true,"hasLidarSensor":true,"hasCamera":true,)"
+            R"("hasNormalCamera":true,"hasWideCamera":true,"hasTelephotoCamera":true,)"
+            R"("hasUltraWideCamera":true})"});
+}
+
 class FaultModes : public HostFlows,
                    public ::testing::WithParamInterface<std::pair<FaultMode, std::string>> {};
 
 TEST_P(FaultModes, EachExchangeCompletesOnceAndReportsItsError) {
   startService(GetParam().first);
-  const zelnora_tools_testing::ChildResult run =
+  const test_support::ChildResult run =
       host({"initialize demo-key", "wait", "send-report event=e", "wait",
             "request sendAppTracking post body={}", "wait"});
   EXPECT_EQ(run.exitStatus, 0) << run.standardOutput << run.standardError;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/testing/FakeConsole.h"
-
 namespace platform::testing {
 namespace {
 
@@ -41,7 +39,7 @@ class InMemorySuite final : public UserDefaultsSuite {
 class FakeLocationManager final : public LocationManager {
  public:
   explicit FakeLocationManager(FakeLocationServices& owner) : owner_(owner) {}
-  void requestAlwaysAuthorization() override { ++owner_.authorizationRequests; }
+  void requestAlwaysAuthorization() override {}
   std::optional<Coordinate> location() override { return owner_.fix; }
 
  private:
@@ -49,14 +47,6 @@ class FakeLocationManager final : public LocationManager {
 };
 
 }  // namespace
-
-std::vector<std::string> FakeConsole::lines() const {
-  std::vector<std::string> out;
-  for (const auto& piece : pieces()) {
-    if (!piece.empty() && piece.back() == '\n') out.push_back(piece.substr(0, piece.size() - 1));
-  }
-  return out;
-}
 
 std::optional<std::string> FakeMainBundle::pathForResource(std::string_view name,
                                                            std::string_view type) {
@@ -75,23 +65,11 @@ std::optional<PropertyValue> FakeKitBundle::objectForInfoDictionaryKey(std::stri
 
 std::shared_ptr<UserDefaultsSuite> InMemoryUserDefaults::suite(std::string_view suiteName) {
   std::lock_guard lock(mutex_);
-  opened_.emplace_back(suiteName);
-  if (std::find(refused_.begin(), refused_.end(), suiteName) != refused_.end()) return nullptr;
   auto it = suites_.find(suiteName);
   if (it == suites_.end()) {
     it = suites_.emplace(std::string(suiteName), std::make_shared<InMemorySuite>()).first;
   }
   return it->second;
-}
-
-void InMemoryUserDefaults::refuse(std::string suiteName) {
-  std::lock_guard lock(mutex_);
-  refused_.push_back(std::move(suiteName));
-}
-
-std::vector<std::string> InMemoryUserDefaults::openedSuiteNames() const {
-  std::lock_guard lock(mutex_);
-  return opened_;
 }
 
 std::optional<std::string> FakeProcessInfo::environment(std::string_view name) {
@@ -116,7 +94,6 @@ std::optional<std::map<VolumeCapacityKey, VolumeValue>> FakeSystemInfo::volumeCa
 }
 
 std::unique_ptr<LocationManager> FakeLocationServices::makeLocationManager() {
-  ++managersMade;
   return std::make_unique<FakeLocationManager>(*this);
 }
 

@@ -26,12 +26,6 @@ class FakeConsole final : public Console {
     for (const auto& piece : pieces()) all += piece;
     return all;
   }
-  // Pieces that are one diagnostic line each, without their line feed.
-  std::vector<std::string> lines() const;
-  void clear() {
-    std::lock_guard lock(mutex_);
-    pieces_.clear();
-  }
 
  private:
   mutable std::mutex mutex_;

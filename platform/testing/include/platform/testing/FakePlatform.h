@@ -30,18 +30,14 @@ class FakeKitBundle final : public KitBundle {
   std::optional<PropertyValue> objectForInfoDictionaryKey(std::string_view key) override;
 };
 
-// An in-memory suite store; a suite name listed in `refused` cannot be opened.
+// An in-memory suite store: each name opens one suite, shared by every caller.
 class InMemoryUserDefaults final : public UserDefaultsStore {
  public:
   std::shared_ptr<UserDefaultsSuite> suite(std::string_view suiteName) override;
-  void refuse(std::string suiteName);
-  std::vector<std::string> openedSuiteNames() const;
 
  private:
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::map<std::string, std::shared_ptr<UserDefaultsSuite>, std::less<>> suites_;  // guarded
-  std::vector<std::string> refused_;                                               // guarded
-  std::vector<std::string> opened_;                                                // guarded
 };
 
 class FakeCurrentDevice final : public CurrentDevice {
@@ -115,21 +111,11 @@ class FakeTelephony final : public Telephony {
   }
 };
 
-// Every manager it makes shares `fix`; `authorizationRequests` counts requests across managers.
+// Every manager it makes shares `fix`.
 class FakeLocationServices final : public LocationServices {
  public:
   std::optional<Coordinate> fix;
-  std::atomic<int> managersMade{0};
-  std::atomic<int> authorizationRequests{0};
   std::unique_ptr<LocationManager> makeLocationManager() override;
-};
-
-class FakeAdvertising final : public AdvertisingIdentifierManager {
- public:
-  bool trackingEnabled = false;
-  std::string identifier = "00000000-0000-0000-0000-000000000000";
-  bool isAdvertisingTrackingEnabled() override { return trackingEnabled; }
-  std::string advertisingIdentifier() override { return identifier; }
 };
 
 class FakeClock final : public Clock {

@@ -23,8 +23,6 @@ class ScopedServices {
   ScopedServices(const ScopedServices&) = delete;
   ScopedServices& operator=(const ScopedServices&) = delete;
 
-  const Services& installed() const { return mine_; }
-
  private:
   const Services* previous_;
   Services mine_;
