@@ -10,8 +10,8 @@
 #include "platform/Bytes.h"
 #include "platform/Json.h"
 #include "platform/testing/FakePlatform.h"
-#include "platform/testing/FaultInjectingSession.h"
 #include "platform/testing/ScopedServices.h"
+#include "support/RecordingServer.h"
 #include "zelnora_core/ZAManager.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 #include "zelnora_core/ZAReportHelper.h"
@@ -44,22 +44,18 @@ TEST(HostTextRepair, EachMaximalInvalidSubsequenceBecomesOneReplacement) {
 class HostTextEntry : public ::testing::Test {
  protected:
   platform::testing::InMemoryUserDefaults defaults_;
-  platform::testing::FaultInjectingSession session_{*platform::defaultServices().urlSession};
-  platform::testing::ScopedServices services_{[this](platform::Services& services) {
-    services.userDefaults = &defaults_;
-    services.urlSession = &session_;
-  }};
+  platform::testing::ScopedServices services_{
+      [this](platform::Services& services) { services.userDefaults = &defaults_; }};
+  test_support::RecordingServer server_{[](const auto&, auto& response) { response.status = 200; }};
 };
 
 TEST_F(HostTextEntry, StoredUserAndReportCarryRepairedText) {
   ZAPreferencesUtil::saveUserData("user\xFF");  // read back for the report: absent if unreadable
-  ZAPreferencesUtil::saveApiConfig({"http://127.0.0.1:9/{key}", "http://127.0.0.1:9", "http://x"});
-  session_.failWith(platform::Error{platform::kURLErrorDomain, platform::kURLErrorCancelled, {}});
+  ZAPreferencesUtil::saveApiConfig({server_.url("/{key}"), server_.base(), server_.base()});
   ZAReportHelper::sendReport("open\xC3", "c\xED\xA0\x80", "t\x80");  // the body must still be JSON
-  ASSERT_TRUE(session_.waitUntilIdle(std::chrono::seconds(10)));
-  ASSERT_EQ(session_.requests().size(), 1u);
-  const auto body =
-      platform::parseJson(session_.requests()[0].httpBody.value_or(platform::Bytes{}));
+  ASSERT_TRUE(platform::urlSession().waitUntilIdle(std::chrono::seconds(10)));
+  ASSERT_EQ(server_.received().size(), 1u);
+  const auto body = platform::parseJson(server_.received()[0].body);
   ASSERT_TRUE(body.has_value()) << "report body is not JSON";
   const auto& event = (*body)["events"][0];
   EXPECT_EQ(event["userId"], "user"s + kFFFD);

@@ -11,17 +11,17 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "ChildProcess.h"
 #include "HostBundle.h"
 #include "ReferenceService.h"
 #include "platform/ReportOutbox.h"
+#include "support/ChildProcess.h"
 #include "support/TempDirectory.h"
 
 namespace zelnora_tools {
 namespace {
 
+using test_support::ChildResult;
 using testing::HasSubstr;
-using zelnora_tools_testing::ChildResult;
 
 const char* const kGroup = "group.com.zelnora.demo.za";  // the demo bundle's application group
 
@@ -46,10 +46,8 @@ class DurableReportsTest : public testing::Test {
 
   ChildResult runHost(std::vector<std::string> commands) {
     commands.insert(commands.begin(), {"--bundle", bundle_});
-    zelnora_tools_testing::ChildOptions options;
-    options.environment.emplace("XDG_DATA_HOME", data_);
-    return zelnora_tools_testing::runChild(
-        zelnora_tools_testing::toolsDirectory() + "/host/zelnora-host", commands, options);
+    return test_support::runChild(test_support::toolsDirectory() + "/host/zelnora-host", commands,
+                                  {{"XDG_DATA_HOME", data_}});
   }
 
   // Reports sent while the service is down (connection refused), named prefix0, prefix1, ...
