@@ -155,8 +155,9 @@ sqlite3* openSoundDatabase(const std::string& path, bool& corrupt) {
 
 void setAside(const std::string& path) {
   const std::string aside = path + ".corrupt-" + std::to_string(std::time(nullptr));
+  // A companion file that is absent or cannot move is no reason to keep the bad one in place.
   for (const char* suffix : {"", "-wal", "-shm"}) {
-    std::rename((path + suffix).c_str(), (aside + suffix).c_str());
+    (void)std::rename((path + suffix).c_str(), (aside + suffix).c_str());
   }
 }
 

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <string_view>
+#include <system_error>
 
 namespace zelnora_core::detail {
 namespace {
@@ -25,19 +27,49 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
          });
 }
 
-std::optional<double> httpDateSeconds(const std::string& text) {
-  static constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+// Reads a run of exactly `width` digits at `at`, moving past them.
+std::optional<int> digitsAt(std::string_view text, size_t& at, size_t width) {
+  if (at + width > text.size()) return std::nullopt;
+  int value = 0;
+  auto [end, error] = std::from_chars(text.data() + at, text.data() + at + width, value);
+  if (error != std::errc() || end != text.data() + at + width) return std::nullopt;
+  at += width;
+  return value;
+}
+
+bool literalAt(std::string_view text, size_t& at, std::string_view literal) {
+  if (text.substr(at, literal.size()) != literal) return false;
+  at += literal.size();
+  return true;
+}
+
+// The IMF-fixdate form of Retry-After: "Sun, 06 Nov 1994 08:49:37 GMT".
+std::optional<double> httpDateSeconds(std::string_view text) {
+  static constexpr std::array<std::string_view, 12> kMonths = {
+      "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  size_t at = 3;  // the day name is not checked against the date
   std::tm time{};
-  std::array<char, 4> month{};
-  int parsed = std::sscanf(text.c_str(), "%*3s, %2d %3s %4d %2d:%2d:%2d GMT", &time.tm_mday,
-                           month.data(), &time.tm_year, &time.tm_hour, &time.tm_min, &time.tm_sec);
-  if (parsed != 6) return std::nullopt;
-  auto found = std::find_if(kMonths.begin(), kMonths.end(),
-                            [&](const char* name) { return std::strcmp(name, month.data()) == 0; });
+  if (text.size() < at || !literalAt(text, at, ", ")) return std::nullopt;
+  auto day = digitsAt(text, at, 2);
+  if (!day || !literalAt(text, at, " ")) return std::nullopt;
+  auto found = std::find(kMonths.begin(), kMonths.end(), text.substr(at, 3));
   if (found == kMonths.end()) return std::nullopt;
+  at += 3;
+  if (!literalAt(text, at, " ")) return std::nullopt;
+  auto year = digitsAt(text, at, 4);
+  if (!year || !literalAt(text, at, " ")) return std::nullopt;
+  auto hour = digitsAt(text, at, 2);
+  if (!hour || !literalAt(text, at, ":")) return std::nullopt;
+  auto minute = digitsAt(text, at, 2);
+  if (!minute || !literalAt(text, at, ":")) return std::nullopt;
+  auto second = digitsAt(text, at, 2);
+  if (!second || !literalAt(text, at, " GMT") || at != text.size()) return std::nullopt;
+  time.tm_mday = *day;
   time.tm_mon = static_cast<int>(found - kMonths.begin());
-  time.tm_year -= 1900;
+  time.tm_year = *year - 1900;
+  time.tm_hour = *hour;
+  time.tm_min = *minute;
+  time.tm_sec = *second;
   return static_cast<double>(::timegm(&time));
 }
 

@@ -150,9 +150,9 @@ std::map<std::string, std::string> ZAReportHelper::getDeviceInfoMap() {
   return detail::deviceInfoMap(ZAPreferencesUtil::getUserData());
 }
 
-void ZAReportHelper::sendReport(std::optional<std::string> event,
-                                std::optional<std::string> campaignUuid,
-                                std::optional<std::string> userKeyType) {
+void ZAReportHelper::sendReport(const std::optional<std::string>& event,
+                                const std::optional<std::string>& campaignUuid,
+                                const std::optional<std::string>& userKeyType) {
   std::optional<ZAUserDataCache> user = ZAPreferencesUtil::getUserData();
   InfoMap eventMap = detail::deviceInfoMap(user);
   if (user) eventMap.insert_or_assign("userId", std::move(user->userId));

@@ -20,9 +20,9 @@ class ZELNORA_CORE_EXPORT ZAReportHelper {
   /// Up to seventeen device, application and kit facts, read afresh on every call.
   static std::map<std::string, std::string> getDeviceInfoMap();
   /// Posts one report; returns at once. A failed exchange prints its error's description.
-  static void sendReport(std::optional<std::string> event = std::nullopt,
-                         std::optional<std::string> campaignUuid = std::nullopt,
-                         std::optional<std::string> userKeyType = std::nullopt);
+  static void sendReport(const std::optional<std::string>& event = std::nullopt,
+                         const std::optional<std::string>& campaignUuid = std::nullopt,
+                         const std::optional<std::string>& userKeyType = std::nullopt);
 };
 
 }  // namespace zelnora_core
