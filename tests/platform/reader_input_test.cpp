@@ -1,6 +1,7 @@
 // Input the phone's readers take that libplist and nlohmann would refuse or choke on.
 #include <pthread.h>
 
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -12,6 +13,20 @@
 
 namespace platform {
 namespace {
+
+// Sanitizer instrumentation makes every frame several times larger; the 256 KiB claim is the
+// uninstrumented build's.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kStackScale = 8;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr std::size_t kStackScale = 8;
+#else
+constexpr std::size_t kStackScale = 1;
+#endif
+#else
+constexpr std::size_t kStackScale = 1;
+#endif
 
 std::string xmlList(const std::string& body) {
   return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)" + body + "</plist>";
@@ -41,7 +56,7 @@ TEST(ReaderInput, ByteOrderMarkAndDeepNestingReadOnASmallStack) {
   };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_attr_setstacksize(&attributes, kStackScale * 256 * 1024);
   pthread_t thread;
   auto run = [](void* w) -> void* { return (*static_cast<std::function<void()>*>(w))(), nullptr; };
   ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);

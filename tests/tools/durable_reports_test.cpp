@@ -123,6 +123,22 @@ TEST_F(DurableReportsTest, OnlyFailuresThatMayPassLaterAreKeptAndSentAgain) {
   }
 }
 
+TEST_F(DurableReportsTest, RetryAfterHoldsKeptReportsUntilAnotherReportGoesThrough) {
+  ReferenceServiceOptions outage;
+  outage.failFirst = 2;
+  outage.retryAfterSeconds = 3600;
+  startService(outage);
+  ChildResult run =
+      runHost({"durable-reports on", "initialize demo-key", "wait", "send-report event=a", "wait",
+               "send-report event=b", "wait", "outbox", "send-report event=c", "wait", "outbox"});
+  EXPECT_EQ(run.exitStatus, 0) << run.standardError;
+  EXPECT_THAT(run.standardOutput, HasSubstr("host: outbox count=2 "));
+  EXPECT_THAT(run.standardOutput, HasSubstr("host: outbox count=0 "));
+  EXPECT_EQ(trackedEvents(), (std::vector<std::string>{"a", "b", "c", "a", "b"}))
+      << "a kept report tried before its Retry-After, or not set off by the next success";
+  EXPECT_EQ(service_->received().size(), 1u + 4u) << "the kept two go out as one batch";
+}
+
 TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextProcess) {
   {  // a nearly full outbox: the first report kept pushes out this oldest one
     auto outbox =

@@ -25,7 +25,7 @@ std::string compactJson(const nlohmann::json& value) {
 }
 
 ServiceAnswer jsonAnswer(int status, std::string body) {
-  return ServiceAnswer{status, std::move(body), "application/json"};
+  return ServiceAnswer{status, std::move(body), "application/json", {}};
 }
 
 ServiceAnswer errorAnswer(int status, std::string_view message) {
@@ -214,6 +214,7 @@ int ReferenceService::start() {
     ServiceAnswer answer;
     handle(recordOf(request), answer);
     response.status = answer.status;
+    for (const auto& [name, value] : answer.headers) response.set_header(name, value);
     response.set_content(answer.body, answer.contentType.c_str());
   };
   server_->Get(".*", route);
@@ -292,8 +293,14 @@ bool ReferenceService::waitForRequests(std::size_t count, std::chrono::milliseco
 void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& answer) {
   {
     std::lock_guard lock(mutex_);
-    answer = failsForOutage(request) ? errorAnswer(options_.failStatus, "service unavailable")
-                                     : answerRequest(request, registry_);
+    if (failsForOutage(request)) {
+      answer = errorAnswer(options_.failStatus, "service unavailable");
+      if (options_.retryAfterSeconds) {
+        answer.headers.emplace_back("Retry-After", std::to_string(*options_.retryAfterSeconds));
+      }
+    } else {
+      answer = answerRequest(request, registry_);
+    }
   }
   record(request);
 }

@@ -92,6 +92,7 @@ struct ServiceAnswer {
   int status = 200;
   std::string body;
   std::string contentType = "application/json";
+  std::vector<std::pair<std::string, std::string>> headers;  // beyond the framing and type
 };
 
 // Routes one request to its answer (pure: the registry is the only input besides the request).
@@ -110,10 +111,11 @@ struct ReferenceServiceOptions {
   bool keepRequests = true;
   // An outage of the tracking endpoints, to show reports kept and delivered later: the first
   // `failFirst` tracking requests, and every one within `downFor` of start(), answer
-  // `failStatus` (they are still recorded).
+  // `failStatus` (they are still recorded), with `Retry-After: retryAfterSeconds` when set.
   std::size_t failFirst = 0;
   std::chrono::milliseconds downFor{0};
   int failStatus = 503;
+  std::optional<long long> retryAfterSeconds;
 };
 
 class ReferenceService {

@@ -2,12 +2,13 @@
 //
 //   zelnora-service [--port N] [--registry FILE] [--log FILE] [--max-body BYTES] [--quiet]
 //                   [--fault MODE] [--drip-ms N] [--fail-first N] [--fail-status CODE]
-//                   [--down-for SECONDS]
+//                   [--down-for SECONDS] [--retry-after SECONDS]
 //
 // --fault makes every answer wrong in one way, to see how a client copes: reset, close-mid-body,
 // stall, garbage-status, huge-body or slow-drip (one byte every --drip-ms, default 1).
 // --fail-first N and --down-for SECONDS make the tracking endpoints answer --fail-status (default
-// 503) to their first N requests and for that long after start: an outage, for durable reports.
+// 503) to their first N requests and for that long after start: an outage, for durable reports;
+// --retry-after adds that Retry-After field to those answers.
 // Without --registry the service knows one key, "demo-key". Every request is printed on standard
 // output as a JSON line (unless --quiet) and appended to the --log file.
 #include <pthread.h>
@@ -29,7 +30,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: zelnora-service [--port N] [--registry FILE] [--log FILE] [--max-body BYTES] "
     "[--quiet] [--fault reset|close-mid-body|stall|garbage-status|huge-body|slow-drip] "
-    "[--drip-ms N] [--fail-first N] [--fail-status CODE] [--down-for SECONDS]";
+    "[--drip-ms N] [--fail-first N] [--fail-status CODE] [--down-for SECONDS] "
+    "[--retry-after SECONDS]";
 
 bool parseNumber(const std::string& text, long long low, long long high, long long& out) {
   char* end = nullptr;
@@ -82,6 +84,8 @@ bool parseOptions(int argc, char** argv, zelnora_tools::ReferenceServiceOptions&
       options.failStatus = static_cast<int>(number);
     } else if (option == "--down-for" && parseNumber(value, 0, 86'400, number)) {
       options.downFor = std::chrono::seconds(number);
+    } else if (option == "--retry-after" && parseNumber(value, 0, 86'400, number)) {
+      options.retryAfterSeconds = number;
     } else if (option == "--log") {
       options.requestLogPath = value;
     } else if (option == "--registry") {
