@@ -80,4 +80,29 @@ TEST_F(Preferences, EveryReadGivesTheRecordStoredNow) {
   }
 }
 
+// The platform may refuse the suite (no container): every operation is then a silent no-op and
+// every read absent, with nothing remembered in memory.
+TEST(UnopenableSuite, EveryOperationIsASilentNoOpWithAbsentReads) {
+  struct RefusingStore : platform::UserDefaultsStore {
+    std::shared_ptr<platform::UserDefaultsSuite> suite(std::string_view /*name*/) override {
+      return nullptr;
+    }
+  } store;
+  platform::testing::FakeConsole console;
+  platform::testing::ScopedServices guard{[&](platform::Services& s) {
+    s.console = &console;
+    s.userDefaults = &store;
+  }};
+  ZAPreferencesUtil::saveConfig(ZAConfig{"a", "b", true, "c"});
+  ZAPreferencesUtil::saveApiConfig(zelnora_core::ZAPIConfig{"http://c", "http://a", "http://v"});
+  ZAPreferencesUtil::saveUserData("u");
+  ZAPreferencesUtil::saveCustomHeaders({{"X", "1"}});
+  EXPECT_FALSE(ZAPreferencesUtil::getSdkConfig() || ZAPreferencesUtil::getApiConfig() ||
+               ZAPreferencesUtil::getUserData() || ZAPreferencesUtil::getCustomHeaders() ||
+               ZAPreferencesUtil::getAdId());
+  ZAPreferencesUtil::deleteConfig();
+  ZAPreferencesUtil::removeCustomHeaders();
+  EXPECT_EQ(console.text(), "Error getting adId\n") << "only the device's own line, nothing more";
+}
+
 }  // namespace
