@@ -22,6 +22,7 @@
 #include <mutex>
 #include <vector>
 
+#include "CNumbers.h"
 #include "FileRecheck.h"
 #include "LinuxProviders.h"
 #include "VendorIdentifier.h"
@@ -56,11 +57,8 @@ std::optional<std::string> readLine(const std::string& path) {
 
 std::optional<double> readNumber(const std::string& path) {
   const std::optional<std::string> text = readLine(path);
-  if (!text || text->empty()) return std::nullopt;
-  char* end = nullptr;
-  const double value = std::strtod(text->c_str(), &end);
-  if (end != text->c_str() + text->size() || !std::isfinite(value)) return std::nullopt;
-  return value;
+  if (!text) return std::nullopt;
+  return detail::parseCDecimal(*text);
 }
 
 // Entries of `directory`, sorted so that the choice among several is stable.

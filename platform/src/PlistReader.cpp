@@ -17,6 +17,7 @@
 
 #include <plist/plist.h>
 
+#include "CNumbers.h"
 #include "LinuxProviders.h"
 #include "PlistCodec.h"
 #include "platform/PropertyListReader.h"
@@ -173,6 +174,7 @@ std::optional<PropertyValue> parseWithinBounds(std::string_view bytes) {
     plist_from_bin(bytes.data(), length, &root);
   } else {
     if (!detail::xmlPropertyListWithinBounds(bytes)) return std::nullopt;
+    const detail::ScopedCNumbers cNumbers;  // libplist reads <real> with strtod
     plist_from_xml(bytes.data(), length, &root);
   }
   const PlistNode guard(root);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "CNumbers.h"
 #include "LinuxProviders.h"
 #include "VendorIdentifier.h"
 
@@ -23,10 +24,9 @@ std::optional<std::string> environmentValue(const char* name) {
 }
 
 bool parseCoordinatePart(const std::string& text, double& out) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  out = std::strtod(text.c_str(), &end);
-  return end == text.c_str() + text.size() && std::isfinite(out);
+  const std::optional<double> value = detail::parseCDecimal(text);
+  if (value) out = *value;
+  return value.has_value();
 }
 
 // "lat,long" in degrees, each a finite number in range.

@@ -1,15 +1,22 @@
 // Input the phone's readers take that libplist and nlohmann would refuse or choke on.
+#include <locale.h>
 #include <pthread.h>
+#include <stdlib.h>
 
+#include <array>
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/PlistCodec.h"
 #include "platform/Json.h"
 #include "platform/PropertyListReader.h"
+#include "support/ChildProcess.h"
+#include "support/TempDirectory.h"
 
 namespace platform {
 namespace {
@@ -61,6 +68,38 @@ TEST(ReaderInput, ByteOrderMarkAndDeepNestingReadOnASmallStack) {
   auto run = [](void* w) -> void* { return (*static_cast<std::function<void()>*>(w))(), nullptr; };
   ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
   pthread_join(thread, nullptr);
+}
+
+// A host running with a comma-decimal locale (LANG=de_DE.UTF-8 adopted by its toolkit) still
+// reads "2.5" as two and a half: in an XML property list (libplist uses strtod) and in the
+// simulated location.
+TEST(ReaderInput, NumbersReadTheSameUnderACommaDecimalLocale) {
+  test_support::TempDirectory locales;
+  const test_support::ChildResult made = test_support::runChild(
+      "localedef", {"-i", "de_DE", "-f", "UTF-8", locales.file("de_DE.UTF-8")}, {});
+  ASSERT_EQ(made.exitStatus, 0) << "localedef and the locales package are needed: "
+                                << made.standardError;
+  ::setenv("LOCPATH", locales.path().c_str(), 1);
+  const locale_t german = ::newlocale(LC_ALL_MASK, "de_DE.UTF-8", static_cast<locale_t>(nullptr));
+  ::unsetenv("LOCPATH");
+  ASSERT_NE(german, static_cast<locale_t>(nullptr));
+  const locale_t previous = ::uselocale(german);
+  std::array<char, 8> printed{};
+  std::snprintf(printed.data(), printed.size(), "%.1f", 2.5);
+
+  const auto list = parsePropertyList(xmlList("<dict><key>r</key><real>2.5</real></dict>"));
+  ::setenv("ZELNORA_SIM_LOCATION", "52.520008,+13.404954", 1);
+  const auto location = linux_provider::locationServices().makeLocationManager()->location();
+  ::unsetenv("ZELNORA_SIM_LOCATION");
+  ::uselocale(previous);
+  ::freelocale(german);
+
+  EXPECT_STREQ(printed.data(), "2,5") << "the locale was not in effect";
+  ASSERT_TRUE(list && list->dictionary());
+  EXPECT_EQ(list->dictionary()->at("r"), PropertyValue(2.5));
+  ASSERT_TRUE(location.has_value());
+  EXPECT_EQ(location->latitude, 52.520008);
+  EXPECT_EQ(location->longitude, 13.404954);
 }
 
 }  // namespace
