@@ -162,6 +162,26 @@ TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextPro
   EXPECT_EQ(service_->received().size(), 1u + 2u) << "one configuration fetch, two batches";
 }
 
+TEST_F(DurableReportsTest, TheKillSwitchHoldsTheBacklogUntilAStartUpFindsItLifted) {
+  service_->stop();
+  sendWhileDown("k", 3);
+  startService({});
+  const std::vector<std::string> killed{
+      R"(set-pref zelnora_ads_prefs data {\"nt\":\"apns\",\"nai\":\"a\",\"k\":true})",
+      "durable-reports on",
+      "initialize demo-key",
+      "flush-outbox",
+      "wait",
+      "outbox"};
+  ChildResult disabled = runHost(killed);
+  EXPECT_THAT(disabled.standardOutput, HasSubstr("Zelnora Ads sdk disabled"));
+  EXPECT_THAT(disabled.standardOutput, HasSubstr("host: outbox count=3 "));
+  EXPECT_TRUE(trackedEvents().empty()) << "a switched-off kit delivered its backlog";
+
+  runHost({"durable-reports on", "initialize demo-key debug=true", "wait"});
+  EXPECT_EQ(trackedEvents(), named("k", 3));
+}
+
 TEST_F(DurableReportsTest, ConcurrentAppAndExtensionSharingTheOutboxDeliverEveryReportOnce) {
   service_->stop();
   sendWhileDown("app", 150);

@@ -16,6 +16,7 @@
 #include "platform/Console.h"
 #include "platform/Services.h"
 #include "zelnora_core/APIService.h"
+#include "zelnora_core/ZAManager.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace zelnora_core {
@@ -191,6 +192,9 @@ void DurableReports::runWorker() {
 }
 
 std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
+  // The service's kill switch sheds load: a switched-off kit does not pour its backlog on it. The
+  // reports stay kept for a start-up that finds the switch lifted.
+  if (ZAManager::sharedInstance().isDisabled()) return std::nullopt;
   // Before initialize has stored the service's address there is nowhere to deliver to.
   if (!trackingRequest({}).url()) return std::nullopt;
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
