@@ -12,7 +12,6 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -57,8 +56,7 @@ std::optional<std::string> readLine(const std::string& path) {
 
 std::optional<double> readNumber(const std::string& path) {
   const std::optional<std::string> text = readLine(path);
-  if (!text) return std::nullopt;
-  return detail::parseCDecimal(*text);
+  return text ? detail::parseCDecimal(*text) : std::nullopt;
 }
 
 // Entries of `directory`, sorted so that the choice among several is stable.

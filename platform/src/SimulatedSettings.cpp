@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "CNumbers.h"
 #include "LinuxProviders.h"
@@ -23,25 +24,16 @@ std::optional<std::string> environmentValue(const char* name) {
   return std::string(value);
 }
 
-bool parseCoordinatePart(const std::string& text, double& out) {
-  const std::optional<double> value = detail::parseCDecimal(text);
-  if (value) out = *value;
-  return value.has_value();
-}
-
 // "lat,long" in degrees, each a finite number in range.
-std::optional<Coordinate> parseLocation(const std::string& text) {
+std::optional<Coordinate> parseLocation(std::string_view text) {
   const std::size_t comma = text.find(',');
   if (comma == std::string::npos) return std::nullopt;
-  Coordinate coordinate;
-  if (!parseCoordinatePart(text.substr(0, comma), coordinate.latitude) ||
-      !parseCoordinatePart(text.substr(comma + 1), coordinate.longitude)) {
+  const std::optional<double> latitude = detail::parseCDecimal(text.substr(0, comma));
+  const std::optional<double> longitude = detail::parseCDecimal(text.substr(comma + 1));
+  if (!latitude || !longitude || std::fabs(*latitude) > 90 || std::fabs(*longitude) > 180) {
     return std::nullopt;
   }
-  if (std::fabs(coordinate.latitude) > 90 || std::fabs(coordinate.longitude) > 180) {
-    return std::nullopt;
-  }
-  return coordinate;
+  return Coordinate{*latitude, *longitude};
 }
 
 class SimulatedTelephony final : public Telephony {

@@ -6,7 +6,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -27,45 +26,38 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
          });
 }
 
-// Reads a run of exactly `width` digits at `at`, moving past them.
-std::optional<int> digitsAt(std::string_view text, size_t& at, size_t width) {
-  if (at + width > text.size()) return std::nullopt;
+// Reads exactly `width` digits at `at` and the `separator` after them, moving past both. On
+// failure `at` stays put, so it never passes the end of `text`.
+std::optional<int> digitsThen(std::string_view text, size_t& at, size_t width,
+                              std::string_view separator) {
+  if (at + width > text.size() || text.substr(at + width, separator.size()) != separator) {
+    return std::nullopt;
+  }
   int value = 0;
   auto [end, error] = std::from_chars(text.data() + at, text.data() + at + width, value);
   if (error != std::errc() || end != text.data() + at + width) return std::nullopt;
-  at += width;
+  at += width + separator.size();
   return value;
-}
-
-bool literalAt(std::string_view text, size_t& at, std::string_view literal) {
-  if (text.substr(at, literal.size()) != literal) return false;
-  at += literal.size();
-  return true;
 }
 
 // The IMF-fixdate form of Retry-After: "Sun, 06 Nov 1994 08:49:37 GMT".
 std::optional<double> httpDateSeconds(std::string_view text) {
   static constexpr std::array<std::string_view, 12> kMonths = {
       "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  size_t at = 3;  // the day name is not checked against the date
+  if (text.size() < 5 || text.substr(3, 2) != ", ") return std::nullopt;  // day name unchecked
+  size_t at = 5;
+  const auto day = digitsThen(text, at, 2, " ");
+  const auto month = std::find(kMonths.begin(), kMonths.end(), text.substr(at, 3));
+  if (!day || month == kMonths.end() || text.substr(at + 3, 1) != " ") return std::nullopt;
+  at += 4;
+  const auto year = digitsThen(text, at, 4, " ");
+  const auto hour = digitsThen(text, at, 2, ":");
+  const auto minute = digitsThen(text, at, 2, ":");
+  const auto second = digitsThen(text, at, 2, " GMT");
+  if (!year || !hour || !minute || !second || at != text.size()) return std::nullopt;
   std::tm time{};
-  if (text.size() < at || !literalAt(text, at, ", ")) return std::nullopt;
-  auto day = digitsAt(text, at, 2);
-  if (!day || !literalAt(text, at, " ")) return std::nullopt;
-  auto found = std::find(kMonths.begin(), kMonths.end(), text.substr(at, 3));
-  if (found == kMonths.end()) return std::nullopt;
-  at += 3;
-  if (!literalAt(text, at, " ")) return std::nullopt;
-  auto year = digitsAt(text, at, 4);
-  if (!year || !literalAt(text, at, " ")) return std::nullopt;
-  auto hour = digitsAt(text, at, 2);
-  if (!hour || !literalAt(text, at, ":")) return std::nullopt;
-  auto minute = digitsAt(text, at, 2);
-  if (!minute || !literalAt(text, at, ":")) return std::nullopt;
-  auto second = digitsAt(text, at, 2);
-  if (!second || !literalAt(text, at, " GMT") || at != text.size()) return std::nullopt;
   time.tm_mday = *day;
-  time.tm_mon = static_cast<int>(found - kMonths.begin());
+  time.tm_mon = static_cast<int>(month - kMonths.begin());
   time.tm_year = *year - 1900;
   time.tm_hour = *hour;
   time.tm_min = *minute;
