@@ -19,6 +19,7 @@
 #include "CurlCookieJar.h"
 #include "LinuxProviders.h"
 #include "platform/UrlSession.h"
+#include "platform/internal/HttpText.h"
 
 namespace platform {
 namespace {
@@ -68,16 +69,9 @@ bool isHttpScheme(const std::string& scheme) { return scheme == "http" || scheme
 
 // ---- Request headers --------------------------------------------------------------------------
 
-bool isTokenChar(unsigned char c) {
-  constexpr std::string_view kSymbols = "!#$%&'*+-.^_`|~";
-  return std::isalnum(c) || kSymbols.find(static_cast<char>(c)) != std::string_view::npos;
-}
-
-// An HTTP token: this also keeps CR, LF, NUL, ':' and blanks out of names and methods.
-bool isToken(std::string_view text) {
-  return !text.empty() &&
-         std::all_of(text.begin(), text.end(), [](unsigned char c) { return isTokenChar(c); });
-}
+// An HTTP token, whatever the host's locale: this also keeps CR, LF, NUL, ':' and blanks out of
+// names and methods.
+using http::isToken;
 
 // curl writes header lines verbatim: CR or LF in a value would inject header lines.
 bool isSendableValue(std::string_view value) {

@@ -1,22 +1,12 @@
 #include "HostText.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "platform/Bytes.h"
+#include "platform/internal/HttpText.h"
 
 namespace zelnora_core::detail {
 namespace {
-
-bool isTokenCharacter(char c) {
-  constexpr std::string_view kSymbols = "!#$%&'*+-.^_`|~";
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-         kSymbols.find(c) != std::string_view::npos;
-}
-
-bool isSendableName(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), isTokenCharacter);
-}
 
 bool isSendableValue(std::string_view value) {
   return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
@@ -36,7 +26,7 @@ std::map<std::string, std::string> sendableHeaders(
   std::map<std::string, std::string> sendable;
   for (const auto& [name, value] : headers) {
     std::string repairedValue = hostText(value);
-    if (isSendableName(name) && isSendableValue(repairedValue)) {
+    if (platform::http::isToken(name) && isSendableValue(repairedValue)) {
       sendable.emplace(name, std::move(repairedValue));
     }
   }

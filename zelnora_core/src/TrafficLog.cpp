@@ -5,6 +5,7 @@
 #include "platform/Console.h"
 #include "platform/Services.h"
 #include "platform/Url.h"
+#include "platform/internal/HttpText.h"
 
 namespace zelnora_core::detail {
 namespace {
@@ -12,11 +13,6 @@ namespace {
 std::string_view bodyText(const platform::Bytes& body) {
   std::string_view text(reinterpret_cast<const char*>(body.data()), body.size());
   return platform::isValidUtf8(text) ? text : std::string_view();
-}
-
-bool isTokenChar(char c) {
-  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-  return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
 void writeBlock(std::string_view banner, std::string text) {
@@ -33,11 +29,8 @@ void writeBlock(std::string_view banner, std::string text) {
 }  // namespace
 
 bool isSendableHeaderField(std::string_view name, std::string_view value) {
-  if (name.empty()) return false;
-  for (char c : name) {
-    if (!isTokenChar(c)) return false;
-  }
-  return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+  return platform::http::isToken(name) &&
+         value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
 }
 
 std::string outgoingText(const platform::URLRequest& request) {
