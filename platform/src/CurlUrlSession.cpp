@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
@@ -44,11 +43,7 @@ std::atomic<std::size_t> maximumHeaderBytes{URLSessionLimits{}.maximumHeaderByte
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](unsigned char x, unsigned char y) {
-    return std::tolower(x) == std::tolower(y);
-  });
-}
+using http::equalsIgnoringCase;
 
 std::string_view trimBlanks(std::string_view text) {
   const auto first = text.find_first_not_of(" \t");
@@ -60,8 +55,7 @@ std::string_view trimBlanks(std::string_view text) {
 std::string lowercaseScheme(const Url& url) {
   const auto& text = url.absoluteString();
   std::string scheme = text.substr(0, text.find(':'));
-  std::transform(scheme.begin(), scheme.end(), scheme.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::transform(scheme.begin(), scheme.end(), scheme.begin(), http::asciiLower);
   return scheme;
 }
 
@@ -134,8 +128,7 @@ class ResponseHeaderFields {
     const auto name = trimBlanks(line.substr(0, colon));
     const auto value = trimBlanks(line.substr(colon + 1));
     std::string key(name);
-    std::transform(key.begin(), key.end(), key.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(key.begin(), key.end(), key.begin(), http::asciiLower);
     const auto [entry, added] = indexByName_.try_emplace(std::move(key), fields_.size());
     if (added) {
       fields_.emplace_back(std::string(name), std::string(value));

@@ -1,21 +1,16 @@
 #include <algorithm>
-#include <cctype>
 
 #include "platform/UrlSession.h"
+#include "platform/internal/HttpText.h"
 
 namespace platform {
 namespace {
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](unsigned char x, unsigned char y) {
-    return std::tolower(x) == std::tolower(y);
-  });
-}
-
 template <typename Fields>
 auto findField(Fields& fields, std::string_view name) {
-  return std::find_if(fields.begin(), fields.end(),
-                      [&](const auto& field) { return equalsIgnoringCase(field.first, name); });
+  return std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
+    return http::equalsIgnoringCase(field.first, name);
+  });
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "ReferenceService.h"
+#include "platform/internal/HttpText.h"
 
 namespace zelnora_tools {
 namespace {
@@ -31,13 +32,6 @@ constexpr std::pair<FaultMode, std::string_view> kModeNames[] = {
     {FaultMode::hugeBody, "huge-body"},
     {FaultMode::slowDrip, "slow-drip"},
 };
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
-}
 
 std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(" \t");
@@ -152,7 +146,7 @@ std::optional<RecordedRequest> parseHead(std::string_view head, std::size_t& con
     if (colon == std::string_view::npos) continue;
     std::string_view name = trimmed(line.substr(0, colon));
     std::string_view value = trimmed(line.substr(colon + 1));
-    if (equalsIgnoringCase(name, "Content-Length")) {
+    if (platform::http::equalsIgnoringCase(name, "Content-Length")) {
       auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), contentLength);
       if (error != std::errc() || contentLength > kMaxBodyBytes) return std::nullopt;
     }

@@ -1,6 +1,5 @@
 #include "ReferenceService.h"
 
-#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -9,6 +8,8 @@
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
+
+#include "platform/internal/HttpText.h"
 
 namespace zelnora_tools {
 namespace {
@@ -138,9 +139,7 @@ KeyAnswer KeyRegistry::answerFor(const std::string& key) const {
 
 std::optional<std::string> RecordedRequest::header(std::string_view name) const {
   for (const auto& [field, value] : headers) {
-    if (field.size() == name.size() && ::strncasecmp(field.data(), name.data(), name.size()) == 0) {
-      return value;
-    }
+    if (platform::http::equalsIgnoringCase(field, name)) return value;
   }
   return std::nullopt;
 }

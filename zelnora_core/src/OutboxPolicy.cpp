@@ -11,6 +11,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "platform/internal/HttpText.h"
+
 namespace zelnora_core::detail {
 namespace {
 
@@ -18,13 +20,6 @@ constexpr std::string_view kBodyStart = "{\"events\":[";
 constexpr std::string_view kBodyEnd = "]}";
 // A service asking for more than an hour is taken to mean an hour.
 constexpr double kMaxRetryAfterSeconds = 3600;
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
-}
 
 // Reads exactly `width` digits at `at` and the `separator` after them, moving past both. On
 // failure `at` stays put, so it never passes the end of `text`.
@@ -104,7 +99,7 @@ std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLRes
                                         double now) {
   if (!response) return std::nullopt;
   for (const auto& [name, value] : response->allHeaderFields) {
-    if (!equalsIgnoringCase(name, "Retry-After")) continue;
+    if (!platform::http::equalsIgnoringCase(name, "Retry-After")) continue;
     if (!value.empty() && std::all_of(value.begin(), value.end(), [](char c) {
           return std::isdigit(static_cast<unsigned char>(c)) != 0;
         })) {
