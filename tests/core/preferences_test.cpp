@@ -19,6 +19,10 @@ TEST(SuiteName, FallsBackForAHostWithoutIdentifierAndMatchesTheSuffixExactly) {
   EXPECT_EQ(zelnora_core::detail::suiteNameFor(std::nullopt), "group.com.zelnora.ads.za");
   EXPECT_EQ(zelnora_core::detail::suiteNameFor("a.zelnoraadsnotificationservice"),
             "group.a.zelnoraadsnotificationservice.za");
+  // One pass: removing the inner suffix does not make a new one to remove.
+  EXPECT_EQ(zelnora_core::detail::suiteNameFor(
+                "a.Zelnora.ZelnoraAdsNotificationServiceAdsNotificationService"),
+            "group.a.ZelnoraAdsNotificationService.za");
 }
 
 class Preferences : public ::testing::Test {

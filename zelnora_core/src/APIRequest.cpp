@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "RequestUrl.h"
+#include "TextUtil.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace zelnora_core {
@@ -189,19 +190,7 @@ BaseKind baseKindOf(APIEndpoint endpoint) {
 
 std::string substitutePlaceholders(std::string text,
                                    const std::map<std::string, std::string>& placeholders) {
-  for (const auto& [key, value] : placeholders) {
-    const std::string placeholder = "{" + key + "}";
-    std::string replaced;
-    std::size_t from = 0;
-    for (std::size_t at = text.find(placeholder); at != std::string::npos;
-         at = text.find(placeholder, from)) {
-      replaced.append(text, from, at - from).append(value);
-      from = at + placeholder.size();
-    }
-    if (from == 0) continue;
-    replaced.append(text, from);
-    text = std::move(replaced);
-  }
+  for (const auto& [key, value] : placeholders) text = replacingAll(text, "{" + key + "}", value);
   return text;
 }
 

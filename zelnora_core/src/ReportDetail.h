@@ -18,9 +18,6 @@ std::optional<std::string> eventDateText(double secondsSince1970);
 // "%f" of the C locale whatever the process locale: fixed, six decimals, "." separator.
 std::string fixedSixDecimals(double value);
 
-// `identifier` without any occurrence of ".ZelnoraAdsNotificationService" (case-sensitive).
-std::string withoutExtensionSuffix(std::string identifier);
-
 // A vendor identifier in canonical form (upper-case 8-4-4-4-12); absent when it is not a UUID.
 std::optional<std::string> canonicalUuid(std::string_view text);
 

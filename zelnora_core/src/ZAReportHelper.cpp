@@ -10,6 +10,7 @@
 #include "DurableReports.h"
 #include "HostText.h"
 #include "ReportDetail.h"
+#include "TextUtil.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
 #include "zelnora_core/ZACoreApiFactory.h"
@@ -21,8 +22,6 @@ namespace zelnora_core {
 namespace {
 
 using InfoMap = std::map<std::string, std::string>;
-
-constexpr std::string_view kExtensionSuffix = ".ZelnoraAdsNotificationService";
 
 void setIfPresent(InfoMap& map, const char* key, std::optional<std::string> value) {
   if (value) map.insert_or_assign(key, std::move(*value));
@@ -101,14 +100,6 @@ std::string fixedSixDecimals(double value) {
   return std::string(buffer.data(), result.ptr);
 }
 
-std::string withoutExtensionSuffix(std::string identifier) {
-  for (auto at = identifier.find(kExtensionSuffix); at != std::string::npos;
-       at = identifier.find(kExtensionSuffix, at)) {
-    identifier.erase(at, kExtensionSuffix.size());
-  }
-  return identifier;
-}
-
 std::optional<std::string> canonicalUuid(std::string_view text) {
   if (text.size() != 36) return std::nullopt;
   std::string out(text);
@@ -129,7 +120,7 @@ InfoMap deviceInfoMap(const std::optional<ZAUserDataCache>& user) {
   }
   setIfPresent(map, "appVersion", hostShortVersion());
   if (auto identifier = platform::mainBundle().bundleIdentifier()) {
-    map.insert_or_assign("appId", withoutExtensionSuffix(std::move(*identifier)));
+    map.insert_or_assign("appId", detail::hostIdentifier(*identifier));
   }
   setIfPresent(map, "sdkVersion", sdkVersion());
   map.insert_or_assign("brand", "Apple");
