@@ -28,11 +28,11 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzelnora-core-dev)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
   "Headers, libraries, CMake package and pkg-config file of zelnora_core")
-# The CMake package finds nlohmann_json always, and libcurl, SQLite and libplist (through
-# pkg-config) when the libraries are archives.
-set(zelnora_dev_depends "nlohmann-json3-dev (>= 3.10)")
+# The CMake package finds libcurl, SQLite and libplist (through pkg-config) when the libraries are
+# archives.
+set(zelnora_dev_depends "")
 if(ZELNORA_PACKAGE_STATIC)
-  string(APPEND zelnora_dev_depends ", libcurl4-openssl-dev | libcurl-dev, libsqlite3-dev, "
+  string(APPEND zelnora_dev_depends "libcurl4-openssl-dev | libcurl-dev, libsqlite3-dev, "
     "libplist-dev, pkg-config")
   set(CPACK_COMPONENTS_ALL development)
 else()

@@ -1,4 +1,4 @@
-#include "platform/Json.h"
+#include "platform/internal/Json.h"
 
 #include <array>
 

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/Bytes.h"
-#include "platform/Json.h"
+#include "platform/internal/Json.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/ScopedServices.h"
 #include "support/RecordingServer.h"

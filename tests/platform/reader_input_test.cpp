@@ -13,8 +13,8 @@
 
 #include "../../platform/src/LinuxProviders.h"
 #include "../../platform/src/PlistCodec.h"
-#include "platform/Json.h"
 #include "platform/PropertyListReader.h"
+#include "platform/internal/Json.h"
 #include "support/ChildProcess.h"
 #include "support/TempDirectory.h"
 

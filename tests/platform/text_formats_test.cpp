@@ -2,8 +2,8 @@
 // encoding, header fields, error descriptions, JSON and UTF-8.
 #include <gtest/gtest.h>
 
-#include "platform/Json.h"
 #include "platform/UrlSession.h"
+#include "platform/internal/Json.h"
 
 namespace platform {
 namespace {

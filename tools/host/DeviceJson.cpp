@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/Json.h"
+#include "platform/internal/Json.h"
 
 namespace zelnora_host {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <variant>
 
-#include "platform/Json.h"
+#include "platform/internal/Json.h"
 
 namespace zelnora_host {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/Json.h"
+#include "platform/internal/Json.h"
 
 namespace zelnora_core {
 namespace {

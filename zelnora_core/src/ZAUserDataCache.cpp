@@ -1,7 +1,7 @@
 #include "zelnora_core/ZAUserDataCache.h"
 
 #include "RecordJson.h"
-#include "platform/Json.h"
+#include "platform/internal/Json.h"
 
 namespace zelnora_core {
 

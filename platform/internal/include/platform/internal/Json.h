@@ -1,6 +1,7 @@
 /// \file
-/// JSON: strict parsing into nlohmann::json, and a writer that writes what the phone's default
-/// JSON encoder writes (compact, members in insertion order, "/" as "\/").
+/// Internal: JSON. Strict parsing into nlohmann::json, and a writer that writes what the phone's
+/// default JSON encoder writes (compact, members in insertion order, "/" as "\/"). Kept out of the
+/// installed headers so that hosts need no nlohmann/json.
 #pragma once
 
 #include <optional>
