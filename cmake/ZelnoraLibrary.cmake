@@ -35,8 +35,8 @@ function(zelnora_library_properties target)
     target_compile_definitions(${target} PUBLIC ${arg_MACRO_BASE}_STATIC_DEFINE)
   endif()
 
-  # Hidden by default only once the public declarations carry the export macros
-  # (scripts/apply-export-macros); until then every symbol stays visible.
+  # The public declarations carry the export macros, so a shared build can hide everything else;
+  # with the option off every symbol stays visible.
   if(ZELNORA_HIDDEN_VISIBILITY)
     set_target_properties(${target} PROPERTIES
       CXX_VISIBILITY_PRESET hidden
