@@ -11,11 +11,11 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "../zelnora_core/src/TrafficLog.h"
 #include "platform/Bytes.h"
 #include "platform/Error.h"
 #include "platform/Url.h"
 #include "platform/UrlSession.h"
+#include "zelnora_core/src/TrafficLog.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <variant>
 
-#include "../platform/src/PlistCodec.h"
 #include "platform/PropertyListReader.h"
 #include "platform/PropertyValue.h"
+#include "platform/src/PlistCodec.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 
 #include <gtest/gtest.h>
 
-#include "../../zelnora_core/src/APIServiceDetail.h"
-#include "../../zelnora_core/src/ReportDetail.h"
-#include "../../zelnora_core/src/RequestUrl.h"
-#include "../../zelnora_core/src/TrafficLog.h"
 #include "platform/Url.h"
+#include "zelnora_core/src/APIServiceDetail.h"
+#include "zelnora_core/src/ReportDetail.h"
+#include "zelnora_core/src/RequestUrl.h"
+#include "zelnora_core/src/TrafficLog.h"
 
 namespace zelnora_core {
 namespace {

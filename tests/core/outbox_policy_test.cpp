@@ -2,7 +2,7 @@
 // delivery waits, and how kept events are framed into one body.
 #include <gtest/gtest.h>
 
-#include "../../zelnora_core/src/OutboxPolicy.h"
+#include "zelnora_core/src/OutboxPolicy.h"
 
 namespace zelnora_core::detail {
 namespace {

@@ -1,11 +1,11 @@
 // The shared preferences suite: the suite-name rule, the stored forms, and reads that fail quietly.
 #include <gtest/gtest.h>
 
-#include "../../zelnora_core/src/PreferencesKeys.h"
 #include "platform/testing/FakeConsole.h"
 #include "platform/testing/FakePlatform.h"
 #include "platform/testing/ScopedServices.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
+#include "zelnora_core/src/PreferencesKeys.h"
 
 namespace {
 

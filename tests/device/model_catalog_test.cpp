@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "../../DeviceCatalog/src/ModelTable.h"
 #include "DeviceCatalog/Device.h"
+#include "DeviceCatalog/src/ModelTable.h"
 
 namespace DeviceCatalog {
 namespace {

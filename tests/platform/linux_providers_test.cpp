@@ -11,11 +11,11 @@
 
 #include <gtest/gtest.h>
 
-#include "../../platform/src/FileRecheck.h"
-#include "../../platform/src/LinuxDevice.h"
-#include "../../platform/src/LinuxProviders.h"
-#include "../../platform/src/VendorIdentifier.h"
 #include "platform/Bundle.h"
+#include "platform/src/FileRecheck.h"
+#include "platform/src/LinuxDevice.h"
+#include "platform/src/LinuxProviders.h"
+#include "platform/src/VendorIdentifier.h"
 #include "support/TempDirectory.h"
 
 namespace platform {

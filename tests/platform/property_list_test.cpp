@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "../../platform/src/LinuxProviders.h"
-#include "../../platform/src/PlistCodec.h"
 #include "platform/PropertyListReader.h"
+#include "platform/src/LinuxProviders.h"
+#include "platform/src/PlistCodec.h"
 
 namespace platform {
 namespace {

@@ -11,10 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include "../../platform/src/LinuxProviders.h"
-#include "../../platform/src/PlistCodec.h"
 #include "platform/PropertyListReader.h"
 #include "platform/internal/Json.h"
+#include "platform/src/LinuxProviders.h"
+#include "platform/src/PlistCodec.h"
 #include "support/ChildProcess.h"
 #include "support/TempDirectory.h"
 

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "../../platform/src/LinuxDevice.h"
 #include "platform/UserDefaults.h"
+#include "platform/src/LinuxDevice.h"
 #include "support/TempDirectory.h"
 
 namespace platform {

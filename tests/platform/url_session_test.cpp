@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "../../platform/src/LinuxProviders.h"
 #include "platform/Bundle.h"
 #include "platform/UrlSession.h"
+#include "platform/src/LinuxProviders.h"
 #include "support/ChildProcess.h"
 #include "support/RawSocketServer.h"
 #include "support/RecordingServer.h"
