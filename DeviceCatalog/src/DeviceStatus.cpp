@@ -10,12 +10,8 @@
 namespace DeviceCatalog {
 namespace {
 
-// Platform battery state codes.
-constexpr int kBatteryUnplugged = 1;
-constexpr int kBatteryCharging = 2;
-// Platform orientation codes.
-constexpr int kLandscapeLeft = 3;
-constexpr int kLandscapeRight = 4;
+using platform::DeviceBatteryState;
+using platform::DeviceOrientation;
 
 // Converts a platform reading to a whole number without undefined behaviour: values beyond the
 // int range saturate, NaN becomes `whenNotANumber`.
@@ -43,10 +39,10 @@ BatteryState readBattery() {
   const bool wasMonitoring = device.isBatteryMonitoringEnabled();
   device.setBatteryMonitoringEnabled(true);
   const int level = batteryPercent(device.batteryLevel());
-  const int code = device.batteryState();
+  const DeviceBatteryState code = device.batteryState();
   device.setBatteryMonitoringEnabled(wasMonitoring);
-  if (code == kBatteryCharging) return BatteryState::charging(level);
-  if (code == kBatteryUnplugged) return BatteryState::unplugged(level);
+  if (code == DeviceBatteryState::charging) return BatteryState::charging(level);
+  if (code == DeviceBatteryState::unplugged) return BatteryState::unplugged(level);
   return BatteryState::full();  // full, unknown and codes the platform does not define
 }
 
@@ -142,9 +138,10 @@ std::optional<bool> Device::isCanvas() const {
 }
 
 Device::Orientation Device::orientation() const {
-  const int code = platform::currentDevice().orientation();
-  return code == kLandscapeLeft || code == kLandscapeRight ? Orientation::landscape
-                                                           : Orientation::portrait;
+  const DeviceOrientation code = platform::currentDevice().orientation();
+  const bool landscape =
+      code == DeviceOrientation::landscapeLeft || code == DeviceOrientation::landscapeRight;
+  return landscape ? Orientation::landscape : Orientation::portrait;
 }
 
 int Device::screenBrightness() const {

@@ -1,5 +1,3 @@
-#include "LinuxDevice.h"
-
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -23,6 +21,7 @@
 
 #include "CNumbers.h"
 #include "FileRecheck.h"
+#include "LinuxDevice.h"
 #include "LinuxProviders.h"
 #include "VendorIdentifier.h"
 #include "platform/UserDefaults.h"
@@ -190,20 +189,21 @@ class LinuxCurrentDevice final : public CurrentDevice {
     return static_cast<float>(*percent / 100);
   }
 
-  int batteryState() override {
-    if (!monitoring_.load()) return 0;
+  DeviceBatteryState batteryState() override {
+    if (!monitoring_.load()) return DeviceBatteryState::unknown;
     const std::optional<std::string> battery = batteries_.battery();
-    if (!battery) return 0;
+    if (!battery) return DeviceBatteryState::unknown;
     const std::string status = readLine(*battery + "/status").value_or("");
     // "Not charging": on mains with the charge held back (a charge limit), which the phone
     // still reports as charging.
-    if (status == "Charging" || status == "Not charging") return 2;
-    if (status == "Discharging") return 1;
-    if (status == "Full") return 3;
-    return 0;
+    if (status == "Charging" || status == "Not charging") return DeviceBatteryState::charging;
+    if (status == "Discharging") return DeviceBatteryState::unplugged;
+    if (status == "Full") return DeviceBatteryState::full;
+    return DeviceBatteryState::unknown;
   }
 
-  int orientation() override { return 1; }  // portrait: a desktop has no accelerometer
+  // A desktop has no accelerometer.
+  DeviceOrientation orientation() override { return DeviceOrientation::portrait; }
   InterfaceIdiom userInterfaceIdiom() override { return simulatedIdiom(); }
   bool isGuidedAccessEnabled() override { return false; }
 

@@ -236,7 +236,7 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
       {0, 0.5f, "Battery level: 100 % (Full), device is plugged in."}, {-1, 0.5f, "Battery level: 100 % (Full), device is plugged in."}}) {
     // clang-format on
     for (const bool monitoring : {false, true}) {
-      fakes.device.state = code;
+      fakes.device.state = static_cast<platform::DeviceBatteryState>(code);
       fakes.device.level = level;
       fakes.device.monitoring = monitoring;
       EXPECT_EQ(current.batteryState()->description(), expected) << code << " " << level;
@@ -250,7 +250,7 @@ TEST(DeviceStatus, BatteryThermalScreenAndVolumeReadings) {
   EXPECT_FALSE(BatteryState::unplugged(3).lowPowerMode());
   for (int code = -1; code <= 8; ++code) {
     fakes.process.thermal = code;
-    fakes.device.orientationCode = code;
+    fakes.device.orientationCode = static_cast<platform::DeviceOrientation>(code);
     EXPECT_EQ(current.thermalState(), Device::ThermalState(code >= 1 && code <= 3 ? code : 0));
     EXPECT_EQ(Device(Device::iPhone4).orientation() == Device::Orientation::landscape,
               code == 3 || code == 4)

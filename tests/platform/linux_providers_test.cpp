@@ -114,7 +114,7 @@ TEST_F(FakeSysfs, BatteryThermalScreenAndSystemReadingsFromFiles) {
   };
   const std::map<std::string, std::function<std::string()>> facts = {
       {"level", [&] { return std::to_string(device->batteryLevel()); }},
-      {"state", [&] { return std::to_string(device->batteryState()); }},
+      {"state", [&] { return std::to_string(static_cast<int>(device->batteryState())); }},
       {"thermal", [&] { return std::to_string(process->thermalState()); }},
       {"brightness", [&] { return std::to_string(screen->brightness()); }},
       {"low power", [&] { return std::to_string(process->isLowPowerModeEnabled()); }},
@@ -153,7 +153,7 @@ TEST_F(FakeSysfs, BatteryThermalScreenAndSystemReadingsFromFiles) {
   const auto machine = linux_provider::systemInfo().unameMachine();
   EXPECT_EQ(std::string(machine.data(), machine.size()),
             fields.machine + std::string(machine.size() - std::strlen(fields.machine), '\0'));
-  EXPECT_EQ(device->orientation(), 1);
+  EXPECT_EQ(device->orientation(), DeviceOrientation::portrait);
   EXPECT_FALSE(device->isGuidedAccessEnabled());
   // clang-format off
   for (const auto& [setting, idiom, model] : std::vector<std::tuple<Setting, InterfaceIdiom, std::string>>{

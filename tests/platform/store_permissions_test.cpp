@@ -44,7 +44,7 @@ TEST(BatteryState, NotChargingOnMainsReadsAsCharging) {
   const auto device = detail::makeLinuxCurrentDevice(
       {.sysDirectory = sys.path(), .osReleaseFile = "", .containerDirectory = ""});
   device->setBatteryMonitoringEnabled(true);
-  EXPECT_EQ(device->batteryState(), 2);
+  EXPECT_EQ(device->batteryState(), DeviceBatteryState::charging);
 }
 
 }  // namespace

@@ -19,6 +19,21 @@ namespace platform {
 /// Interface idiom codes, as the phone numbers them.
 enum class InterfaceIdiom : int { unspecified = -1, phone = 0, pad = 1 };
 
+/// Battery state codes, as the phone numbers them. A provider may hand out another number; readers
+/// treat it as unknown.
+enum class DeviceBatteryState : int { unknown = 0, unplugged = 1, charging = 2, full = 3 };
+
+/// Device orientation codes, as the phone numbers them. Other numbers read as not landscape.
+enum class DeviceOrientation : int {
+  unknown = 0,
+  portrait = 1,
+  portraitUpsideDown = 2,
+  landscapeLeft = 3,
+  landscapeRight = 4,
+  faceUp = 5,
+  faceDown = 6,
+};
+
 class ZELNORA_PLATFORM_EXPORT CurrentDevice {
  public:
   virtual ~CurrentDevice() = default;
@@ -37,11 +52,9 @@ class ZELNORA_PLATFORM_EXPORT CurrentDevice {
   virtual void setBatteryMonitoringEnabled(bool enabled) = 0;
   /// 0 to 1, or -1 when unknown (always -1 while monitoring is off).
   virtual float batteryLevel() = 0;
-  /// 0 unknown, 1 unplugged, 2 charging, 3 full.
-  virtual int batteryState() = 0;
-  /// 0 unknown, 1 portrait, 2 upside down, 3 landscape left, 4 landscape right, 5 face up, 6 face
-  /// down.
-  virtual int orientation() = 0;
+  /// Always `unknown` while monitoring is off.
+  virtual DeviceBatteryState batteryState() = 0;
+  virtual DeviceOrientation orientation() = 0;
   virtual InterfaceIdiom userInterfaceIdiom() = 0;
   virtual bool isGuidedAccessEnabled() = 0;
 };

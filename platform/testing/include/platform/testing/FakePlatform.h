@@ -47,8 +47,8 @@ class FakeCurrentDevice final : public CurrentDevice {
   std::optional<std::string> vendorId;
   std::atomic<bool> monitoring{false};
   float level = 0.5f;
-  int state = 1;
-  int orientationCode = 1;
+  DeviceBatteryState state = DeviceBatteryState::unplugged;
+  DeviceOrientation orientationCode = DeviceOrientation::portrait;
   InterfaceIdiom idiom = InterfaceIdiom::phone;
   bool guidedAccess = false;
 
@@ -61,8 +61,10 @@ class FakeCurrentDevice final : public CurrentDevice {
   bool isBatteryMonitoringEnabled() override { return monitoring; }
   void setBatteryMonitoringEnabled(bool enabled) override { monitoring = enabled; }
   float batteryLevel() override { return monitoring ? level : -1.0f; }
-  int batteryState() override { return monitoring ? state : 0; }
-  int orientation() override { return orientationCode; }
+  DeviceBatteryState batteryState() override {
+    return monitoring ? state : DeviceBatteryState::unknown;
+  }
+  DeviceOrientation orientation() override { return orientationCode; }
   InterfaceIdiom userInterfaceIdiom() override { return idiom; }
   bool isGuidedAccessEnabled() override { return guidedAccess; }
 };
