@@ -17,6 +17,7 @@
 #include "zelnora_core/APIService.h"
 #include "zelnora_core/ZACoreApiFactory.h"
 #include "zelnora_core/ZAManager.h"
+#include "zelnora_core/ZAPreferencesUtil.h"
 #include "zelnora_core/ZAReportHelper.h"
 #include "zelnora_core/ZAReportRequest.h"
 
@@ -95,6 +96,35 @@ TEST(Concurrency, HostThreadsUseTheKitAndReportAtOnce) {
   EXPECT_EQ(events.size(), 40u);
   EXPECT_EQ(std::set<std::string>(events.begin(), events.end()).size(), 40u);
   EXPECT_EQ(console.text().find("The operation"), std::string::npos);
+}
+
+// A device without location services hands out no location manager: asking for the permission
+// does nothing and the device information carries no position.
+TEST(Location, ADeviceWithoutLocationServicesAsksNothingAndReportsNoPosition) {
+  test_support::TempDirectory bundle;
+  platform::testing::FakeMainBundle mainBundle;
+  mainBundle.resources["ZelnoraAdsConfig.plist"] = bundle.write(
+      "ZelnoraAdsConfig.plist",
+      "<plist version=\"1.0\"><dict><key>INIT_CONFIG</key><string>"
+      "http://127.0.0.1:9/{key}</string><key>API_BASE_URL</key><string>http://127.0.0.1:9</string>"
+      "<key>VQX_BASE_URL</key><string>http://127.0.0.1:9</string></dict></plist>");
+  platform::testing::FakeConsole console;
+  platform::testing::InMemoryUserDefaults store;
+  platform::testing::FakeLocationServices location;
+  location.offersManagers = false;
+  platform::testing::ScopedServices guard([&](platform::Services& s) {
+    s.console = &console;
+    s.mainBundle = &mainBundle;
+    s.userDefaults = &store;
+    s.location = &location;
+  });
+  ZAPreferencesUtil::saveConfig(ZAConfig{"a", "b", false, "k"});  // starts without a fetch
+  ZAManager& kit = ZAManager::sharedInstance();
+  kit.initialize("k");
+  ASSERT_TRUE(kit.isInitialized());
+  kit.requestPermission();
+  EXPECT_EQ(ZAReportHelper::getDeviceInfoMap().count("lat"), 0u);
+  ASSERT_TRUE(platform::urlSession().waitUntilIdle(std::chrono::seconds(10)));
 }
 
 }  // namespace

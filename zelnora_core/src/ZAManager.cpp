@@ -133,7 +133,7 @@ void ZAManager::requestPermission() {
   auto manager = platform::locationServices().makeLocationManager();
   std::lock_guard lock(mutex_);
   locationManager_ = std::move(manager);
-  locationManager_->requestAlwaysAuthorization();
+  if (locationManager_) locationManager_->requestAlwaysAuthorization();  // null: no location here
 }
 
 }  // namespace zelnora_core

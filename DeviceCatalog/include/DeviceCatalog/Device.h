@@ -54,6 +54,7 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   enum class CameraType { normal, wide, telephoto, ultraWide };
   /// Platform thermal state codes 0 to 3, in this order.
   enum class ThermalState { nominal, fair, serious, critical };
+  /// The platform's six orientation codes folded into two (see `orientation()`).
   enum class Orientation { landscape, portrait };
   struct ScreenRatio {
     double width;
@@ -78,7 +79,7 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   /// A machine identifier the table does not know, carried exactly as given.
   static Device unknown(std::string_view identifier);
 
-  Kind kind() const;
+  Kind kind() const;  ///< which of the three forms this value has
   /// The model case of a `model` value; absent for `simulator` and `unknown` values.
   std::optional<Model> modelCase() const;
   /// The identifier of an `unknown` value; absent for the other kinds.
@@ -122,6 +123,7 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   std::string safeDescription() const;
 
   // ---- Capability groups (in model order; every member once) ----
+  // Each names its members; the lists are built once and live for the process.
 
   static const std::vector<Device>& allPods();
   static const std::vector<Device>& allPhones();
@@ -161,27 +163,27 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   // Feature predicates: member of the group, or of the group with every member wrapped as
   // `simulator(member)` (so a doubly wrapped value is not a member).
 
-  bool isPod() const;
+  bool isPod() const;  ///< member of allPods
   /// Listed as a phone, or the current device on a platform reporting the phone idiom; never a pod.
   bool isPhone() const;
   /// Listed as a pad, or the current device on a platform reporting the pad idiom.
   bool isPad() const;
   /// A member of allSimulators (simulator(homePod) and simulator(unknown(...)) are not).
   bool isSimulator() const;
-  bool isTouchIDCapable() const;
-  bool isFaceIDCapable() const;
-  bool hasBiometricSensor() const;
-  bool hasSensorHousing() const;
-  bool hasRoundedDisplayCorners() const;
-  bool has3dTouchSupport() const;
-  bool supportsWirelessCharging() const;
-  bool hasLidarSensor() const;
+  bool isTouchIDCapable() const;          ///< member of allTouchIDCapableDevices
+  bool isFaceIDCapable() const;           ///< member of allFaceIDCapableDevices
+  bool hasBiometricSensor() const;        ///< isTouchIDCapable() or isFaceIDCapable()
+  bool hasSensorHousing() const;          ///< member of allDevicesWithSensorHousing
+  bool hasRoundedDisplayCorners() const;  ///< member of allDevicesWithRoundedDisplayCorners
+  bool has3dTouchSupport() const;         ///< member of allDevicesWith3dTouchSupport
+  bool supportsWirelessCharging() const;  ///< member of allDevicesWithWirelessChargingSupport
+  bool hasLidarSensor() const;            ///< member of allDevicesWithALidarSensor
   /// The camera predicates read `cameras()`, which is empty for every simulator value.
-  bool hasCamera() const;
-  bool hasNormalCamera() const;
-  bool hasWideCamera() const;
-  bool hasTelephotoCamera() const;
-  bool hasUltraWideCamera() const;
+  bool hasCamera() const;           ///< any camera
+  bool hasNormalCamera() const;     ///< a `wide` camera (see CameraType)
+  bool hasWideCamera() const;       ///< a `wide` camera
+  bool hasTelephotoCamera() const;  ///< a `telephoto` camera
+  bool hasUltraWideCamera() const;  ///< an `ultraWide` camera
 
   // ---- Model facts ----
   // All but `cameras` look through any number of simulator levels; `unknown` gives the fallback
@@ -213,7 +215,7 @@ class ZELNORA_DEVICECATALOG_EXPORT Device {
   std::optional<bool> isCanvas() const;              ///< current only; always false
   Orientation orientation() const;                   ///< landscape for codes 3 and 4 only
   int screenBrightness() const;                      ///< percent, fraction dropped
-  bool isGuidedAccessSessionActive() const;
+  bool isGuidedAccessSessionActive() const;          ///< the platform's guided-access switch
 
   /// Capacities in bytes of the volume holding the home directory; absent when the query fails or
   /// gives no value.

@@ -41,6 +41,8 @@ class ZELNORA_PLATFORM_EXPORT LocationManager {
   LocationManager() = default;
   LocationManager(const LocationManager&) = delete;
   LocationManager& operator=(const LocationManager&) = delete;
+  /// Asks the user for location access while in use and in the background; returns at once, the
+  /// answer arrives later (or never, when the host declares no usage description).
   virtual void requestAlwaysAuthorization() = 0;
   /// The last known fix, absent when there is none.
   virtual std::optional<Coordinate> location() = 0;
@@ -51,7 +53,8 @@ class ZELNORA_PLATFORM_EXPORT LocationServices {
   LocationServices() = default;
   LocationServices(const LocationServices&) = delete;
   LocationServices& operator=(const LocationServices&) = delete;
-  /// A new location manager (the phone's plain initialiser).
+  /// A new location manager (the phone's plain initialiser), or null on a device without location
+  /// services: the kit then reports no position and asks for no permission.
   virtual std::unique_ptr<LocationManager> makeLocationManager() = 0;
 };
 
@@ -62,6 +65,7 @@ class ZELNORA_PLATFORM_EXPORT AdvertisingIdentifierManager {
   AdvertisingIdentifierManager() = default;
   AdvertisingIdentifierManager(const AdvertisingIdentifierManager&) = delete;
   AdvertisingIdentifierManager& operator=(const AdvertisingIdentifierManager&) = delete;
+  /// Whether the user lets apps track them (the phone's tracking authorization).
   virtual bool isAdvertisingTrackingEnabled() = 0;
   /// Canonical UUID text (upper-case hex, 8-4-4-4-12).
   virtual std::string advertisingIdentifier() = 0;
@@ -103,6 +107,7 @@ ZELNORA_PLATFORM_EXPORT const Services& services();
 /// The Linux providers, all of them, created on first use.
 ZELNORA_PLATFORM_EXPORT const Services& defaultServices();
 
+/// Shorthands for one provider of `services()`: any thread, never null.
 inline Console& console() { return *services().console; }
 inline MainBundle& mainBundle() { return *services().mainBundle; }
 inline KitBundle& kitBundle() { return *services().kitBundle; }

@@ -94,7 +94,7 @@ std::optional<std::map<VolumeCapacityKey, VolumeValue>> FakeSystemInfo::volumeCa
 }
 
 std::unique_ptr<LocationManager> FakeLocationServices::makeLocationManager() {
-  return std::make_unique<FakeLocationManager>(*this);
+  return offersManagers ? std::make_unique<FakeLocationManager>(*this) : nullptr;
 }
 
 }  // namespace platform::testing

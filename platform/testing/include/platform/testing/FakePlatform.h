@@ -113,10 +113,11 @@ class FakeTelephony final : public Telephony {
   }
 };
 
-// Every manager it makes shares `fix`.
+// Every manager it makes shares `fix`; with `offersManagers` false it makes none (null).
 class FakeLocationServices final : public LocationServices {
  public:
   std::optional<Coordinate> fix;
+  bool offersManagers = true;
   std::unique_ptr<LocationManager> makeLocationManager() override;
 };
 
