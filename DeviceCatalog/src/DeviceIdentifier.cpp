@@ -1,11 +1,11 @@
 // Device::identifier, Device::current and Device::mapToDevice.
 #include <memory>
-#include <mutex>
 
 #include "DeviceAccess.h"
 #include "DeviceCatalog/Device.h"
 #include "ModelLookup.h"
 #include "platform/Services.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace DeviceCatalog {
 namespace {
@@ -43,17 +43,17 @@ std::string readMachineIdentifier() {
 class StoredText {
  public:
   std::shared_ptr<const std::string> load() const {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     return text_;
   }
   void store(std::shared_ptr<const std::string> text) {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     text_.swap(text);  // the old text is freed after the lock is released
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::shared_ptr<const std::string> text_;  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  std::shared_ptr<const std::string> text_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 // Never destroyed: network-thread completions may still read it while the process exits.

@@ -5,9 +5,10 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <mutex>
 #include <optional>
 #include <string>
+
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform::detail {
 
@@ -52,11 +53,11 @@ class KeptFileReading {
   std::optional<Reading> get(const std::string& path, Read&& read) {
     const auto now = std::chrono::steady_clock::now();
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       if (path_ == path && !recheck_.isDue(now)) return reading_;
     }
     const std::optional<FileStamp> stamp = FileStamp::of(path);
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (path_ != path || stamp_ != stamp) {
       reading_ = stamp ? read(path) : std::nullopt;
       path_ = path;
@@ -67,11 +68,11 @@ class KeptFileReading {
   }
 
  private:
-  std::mutex mutex_;
-  std::string path_;                // guarded by mutex_; empty before the first reading
-  std::optional<FileStamp> stamp_;  // guarded by mutex_
-  std::optional<Reading> reading_;  // guarded by mutex_
-  RecheckTimer recheck_;            // guarded by mutex_
+  Mutex mutex_;
+  std::string path_ ZELNORA_GUARDED_BY(mutex_);  // empty before the first reading
+  std::optional<FileStamp> stamp_ ZELNORA_GUARDED_BY(mutex_);
+  std::optional<Reading> reading_ ZELNORA_GUARDED_BY(mutex_);
+  RecheckTimer recheck_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 }  // namespace platform::detail

@@ -1,21 +1,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "FileRecheck.h"
 #include "LinuxProviders.h"
 #include "platform/Bundle.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform {
 namespace {
 
 // Usable from a host's static initialiser, before or after this file's: the mutex is
 // constant-initialised and the text is made on first use (and never destroyed).
-constinit std::mutex directoryMutex;
-std::string& configuredDirectory() {  // guarded by directoryMutex
+constinit Mutex directoryMutex;
+std::string& configuredDirectory() ZELNORA_REQUIRES(directoryMutex) {
   static auto* const directory = new std::string();
   return *directory;
 }
@@ -32,7 +32,7 @@ std::string executableDirectory() {
 
 std::string bundleDirectory() {
   {
-    std::lock_guard lock(directoryMutex);
+    MutexLock lock(directoryMutex);
     if (!configuredDirectory().empty()) return configuredDirectory();
   }
   static const std::string fallback = executableDirectory();
@@ -90,7 +90,7 @@ class BuildConstantsKitBundle final : public KitBundle {
 }  // namespace
 
 void setMainBundleDirectory(std::string directory) {
-  std::lock_guard lock(directoryMutex);
+  MutexLock lock(directoryMutex);
   configuredDirectory() = std::move(directory);
 }
 

@@ -1,3 +1,5 @@
+#include "LinuxDevice.h"
+
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -16,15 +18,14 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <mutex>
 #include <vector>
 
 #include "CNumbers.h"
 #include "FileRecheck.h"
-#include "LinuxDevice.h"
 #include "LinuxProviders.h"
 #include "VendorIdentifier.h"
 #include "platform/UserDefaults.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform {
 namespace detail {
@@ -128,7 +129,7 @@ class BatteryLocator {
 
   std::optional<std::string> battery() {
     const auto now = std::chrono::steady_clock::now();
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     if (recheck_.isDue(now)) {
       battery_ = findBattery(sysDirectory_);
       recheck_.checked(now);
@@ -138,9 +139,9 @@ class BatteryLocator {
 
  private:
   const std::string sysDirectory_;
-  std::mutex mutex_;
-  RecheckTimer recheck_;                // guarded by mutex_
-  std::optional<std::string> battery_;  // guarded by mutex_
+  Mutex mutex_;
+  RecheckTimer recheck_ ZELNORA_GUARDED_BY(mutex_);
+  std::optional<std::string> battery_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 class LinuxCurrentDevice final : public CurrentDevice {
@@ -168,7 +169,7 @@ class LinuxCurrentDevice final : public CurrentDevice {
     if (const char* simulated = std::getenv("ZELNORA_SIM_VENDOR_ID"); simulated && *simulated) {
       return canonicalUuid(simulated).value_or(simulated);
     }
-    std::lock_guard lock(vendorMutex_);
+    platform::MutexLock lock(vendorMutex_);
     if (!storedVendorId_) {
       const std::string container = files_.containerDirectory.empty() ? appGroupContainerDirectory()
                                                                       : files_.containerDirectory;
@@ -218,8 +219,8 @@ class LinuxCurrentDevice final : public CurrentDevice {
   KeptFileReading<std::string> osRelease_;
   BatteryLocator batteries_;
   std::atomic<bool> monitoring_{false};
-  std::mutex vendorMutex_;
-  std::optional<std::string> storedVendorId_;  // guarded by vendorMutex_; kept once known
+  Mutex vendorMutex_;
+  std::optional<std::string> storedVendorId_ ZELNORA_GUARDED_BY(vendorMutex_);  // kept once known
 };
 
 class LinuxMainScreen final : public MainScreen {

@@ -1,21 +1,21 @@
 #include "platform/Services.h"
 
 #include <atomic>
-#include <mutex>
 
 #include "LinuxProviders.h"
 #include "platform/Providers.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform {
 namespace {
 
 // Both are constant-initialised, so hosts may install providers from static initialisers.
-std::mutex resolveMutex;
+constinit Mutex resolveMutex;
 std::atomic<const Services*> current{nullptr};  // null until the first use
 
-// Guarded by resolveMutex. Never freed: the background thread may use providers during exit.
-Providers* hostProviders = nullptr;
-const Services* resolved = nullptr;  // fixed at the first use
+// Never freed: the background thread may use providers during exit.
+Providers* hostProviders ZELNORA_GUARDED_BY(resolveMutex) = nullptr;
+const Services* resolved ZELNORA_GUARDED_BY(resolveMutex) = nullptr;  // fixed at the first use
 
 template <typename Provider>
 Provider* orDefault(const std::shared_ptr<Provider>& hosts, Provider& (*linuxDefault)()) {
@@ -45,7 +45,7 @@ const Services* withDefaultsFor(const Providers& p) {
 }
 
 // Requires resolveMutex.
-const Services& resolveLocked() {
+const Services& resolveLocked() ZELNORA_REQUIRES(resolveMutex) {
   if (resolved == nullptr) {
     resolved = hostProviders != nullptr ? withDefaultsFor(*hostProviders) : &defaultServices();
   }
@@ -68,7 +68,7 @@ const Services& defaultServices() {
 
 const Services& services() {
   if (const Services* installed = current.load(std::memory_order_acquire)) return *installed;
-  std::lock_guard lock(resolveMutex);
+  MutexLock lock(resolveMutex);
   const Services& base = resolveLocked();
   const Services* none = nullptr;
   current.compare_exchange_strong(none, &base, std::memory_order_acq_rel);
@@ -76,7 +76,7 @@ const Services& services() {
 }
 
 bool installProviders(Providers providers) noexcept {
-  std::lock_guard lock(resolveMutex);
+  MutexLock lock(resolveMutex);
   if (resolved != nullptr) return false;
   try {
     if (hostProviders == nullptr) hostProviders = new Providers;
@@ -89,7 +89,7 @@ bool installProviders(Providers providers) noexcept {
 
 namespace internal {
 void installServices(const Services* services) {
-  std::lock_guard lock(resolveMutex);
+  MutexLock lock(resolveMutex);
   const Services& base = resolveLocked();
   current.store(services != nullptr ? services : &base, std::memory_order_release);
 }

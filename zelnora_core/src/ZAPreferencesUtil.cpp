@@ -1,11 +1,10 @@
 #include "zelnora_core/ZAPreferencesUtil.h"
 
-#include <mutex>
-
 #include "HostText.h"
 #include "PreferencesKeys.h"
 #include "TextUtil.h"
 #include "platform/Services.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace zelnora_core {
 namespace detail {
@@ -41,20 +40,20 @@ class RememberedDecoding {
  public:
   std::optional<Record> decode(const platform::Bytes& bytes) {
     {
-      std::lock_guard lock(mutex_);
+      platform::MutexLock lock(mutex_);
       if (bytes_ && *bytes_ == bytes) return record_;
     }
     std::optional<Record> record = Record::fromJson(bytes);
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     bytes_ = bytes;
     record_ = record;
     return record;
   }
 
  private:
-  std::mutex mutex_;
-  std::optional<platform::Bytes> bytes_;  // guarded by mutex_
-  std::optional<Record> record_;          // guarded by mutex_
+  platform::Mutex mutex_;
+  std::optional<platform::Bytes> bytes_ ZELNORA_GUARDED_BY(mutex_);
+  std::optional<Record> record_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 template <typename Record>
