@@ -190,7 +190,11 @@ BaseKind baseKindOf(APIEndpoint endpoint) {
 
 std::string substitutePlaceholders(std::string text,
                                    const std::map<std::string, std::string>& placeholders) {
-  for (const auto& [key, value] : placeholders) text = replacingAll(text, "{" + key + "}", value);
+  std::string placeholder;
+  for (const auto& [key, value] : placeholders) {
+    placeholder.assign("{").append(key).append("}");
+    text = replacingAll(text, placeholder, value);
+  }
   return text;
 }
 
