@@ -1,6 +1,10 @@
 // The model table read through the public Device interface: every row reachable and described as
 // its columns say, simulators wrapping their model, groups agreeing with their predicates, a few
 // hand-picked rows and the small value types.
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -13,106 +17,128 @@ namespace {
 
 using Camera = Device::CameraType;
 
-std::vector<Camera> camerasOf(detail::Cameras bits) {
-  std::vector<Camera> cameras;
-  for (const auto& [bit, type] : {std::pair{detail::kWide, Camera::wide},
-                                  {detail::kTelephoto, Camera::telephoto},
-                                  {detail::kUltraWide, Camera::ultraWide}}) {
-    if (bits & bit) cameras.push_back(type);
-  }
-  return cameras;
+// One line of tests/device/models.tsv: the model table as the product documentation states it.
+struct DocumentedModel {
+  std::vector<std::string> identifiers;
+  std::string description, safeDescription, facts;  // facts: cpu to pencil, tab-separated
+  std::set<std::string> groups;
+};
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
+  return parts;
 }
 
-TEST(ModelTable, EveryRowIsReachableDescribedAndWrappedAsItsColumnsSay) {
-  for (const detail::ModelRow& row : detail::kModelTable) {
-    const Device device(row.model);
-    SCOPED_TRACE(row.description);
-    for (const std::string_view identifier : row.identifiers.places) {
-      if (identifier.empty()) continue;
-      EXPECT_EQ(Device::mapToDevice(identifier).modelCase(), row.model) << identifier;
+std::vector<DocumentedModel> documentedModels() {
+  std::vector<DocumentedModel> models;
+  std::ifstream file(ZELNORA_SOURCE_DIR "/tests/device/models.tsv");
+  for (std::string line; std::getline(file, line);) {
+    if (line.empty() || line.starts_with("#")) continue;
+    const std::vector<std::string> f = split(line, '\t');
+    if (f.size() != 11) ADD_FAILURE() << "malformed line: " << line;
+    if (f.size() != 11) continue;
+    const auto groups = split(f[10], ',');
+    models.push_back({split(f[1], ' '),
+                      f[2],
+                      f[3],
+                      f[4] + "\t" + f[5] + "\t" + f[6] + "\t" + f[7] + "\t" + f[8] + "\t" + f[9],
+                      {groups.begin(), groups.end()}});
+  }
+  return models;
+}
+
+// The documented columns cpu, diagonal, screen ratio, ppi, cameras and pencil of a value.
+std::string factsOf(const Device& device, const std::vector<Camera>& cameras) {
+  static const char* const kCameraNames[] = {"normal", "wide", "telephoto", "ultraWide"};
+  static const char* const kPencilNames[] = {"none", "firstGeneration", "secondGeneration"};
+  std::ostringstream facts;
+  facts << device.cpu().description() << "\t" << device.diagonal() << "\t"
+        << device.screenRatio().width << ":" << device.screenRatio().height << "\t"
+        << (device.ppi() ? std::to_string(*device.ppi()) : "absent") << "\t";
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    facts << (i > 0 ? "," : "") << kCameraNames[static_cast<int>(cameras[i])];
+  facts << (cameras.empty() ? "none" : "") << "\t"
+        << kPencilNames[std::min<unsigned>(device.applePencilSupport().rawValue(), 2)];
+  return facts.str();
+}
+
+// Both ways: every documented identifier leads to its documented model and facts, and every row
+// of the code's table is documented with the same identifiers.
+TEST(ModelTable, AgreesWithTheDocumentedTableInBothDirections) {
+  const std::vector<DocumentedModel> documented = documentedModels();
+  ASSERT_EQ(documented.size(), Device::kModelCount);
+  std::map<std::string, const DocumentedModel*> byDescription;
+  for (const DocumentedModel& model : documented) {
+    byDescription[model.description] = &model;
+    for (const std::string& identifier : model.identifiers) {
+      const Device device = Device::mapToDevice(identifier);
+      const Device twiceSimulated = Device::simulator(Device::simulator(device));
+      EXPECT_EQ(device.description(), model.description) << identifier;
+      EXPECT_EQ(device.safeDescription(), model.safeDescription) << identifier;
+      EXPECT_EQ(factsOf(device, device.cameras()), model.facts) << identifier;
+      EXPECT_EQ(factsOf(twiceSimulated, device.cameras()), model.facts) << "unwrapped";
+      EXPECT_EQ(twiceSimulated.real().real(), device);
+      EXPECT_EQ(Device::simulator(device).safeDescription(),
+                "Simulator (" + model.safeDescription + ")");
     }
-    EXPECT_EQ(device.description(), row.description);
-    EXPECT_EQ(device.safeDescription(), row.safeDescription);
-    EXPECT_EQ(Device::unknown(row.description), device) << "equal by description";
-    const Device simulated = Device::simulator(device);
-    EXPECT_EQ(simulated.description(), "Simulator (" + std::string(row.description) + ")");
-    EXPECT_EQ(simulated.safeDescription(), "Simulator (" + std::string(row.safeDescription) + ")");
-    EXPECT_EQ(simulated.kind(), Device::Kind::simulator);
-    EXPECT_EQ(simulated.real().modelCase(), row.model);
-    EXPECT_EQ(device.cameras(), camerasOf(row.cameras));
-    for (const Device& value : {device, simulated, Device::simulator(simulated)}) {
-      EXPECT_EQ(value.cpu(), row.cpu);
-      EXPECT_EQ(value.diagonal(), row.diagonal);
-      EXPECT_EQ(value.screenRatio(), row.screenRatio);
-      EXPECT_EQ(value.ppi(), row.ppi);
-      EXPECT_EQ(value.applePencilSupport().rawValue(), row.applePencilSupport);
-      EXPECT_EQ(value.cameras().empty() && !value.hasCamera(), value != device || !row.cameras);
-    }
   }
-}
-
-TEST(ModelTable, HandPickedRows) {
-  using C = Camera;
-  EXPECT_EQ(Device::kModelCount, 75u);
-  // clang-format off
-  for (const auto& [device, text] : std::vector<std::pair<Device, std::string>>{
-      {Device::iPhone14ProMax, "iPhone 14 Pro Max|A16 Bionic|6.7|9:19.5|458|3|0"},
-      {Device::iPadMini6, "iPad Mini (6th generation)|A15 Bionic|8.3|744:1133|326|1|2"},
-      {Device::homePod, "HomePod|A8|-1|4:5|-1|0|0"},
-      {Device::iPhone4, "iPhone 4|A4|3.5|2:3|326|1|0"},
-      {Device::unknown("iPhone99,1"), "iPhone99,1|unknown|-1|-1:-1|none|0|0"}}) {
-    // clang-format on
-    std::ostringstream facts;
-    facts << device.description() << "|" << device.cpu().description() << "|" << device.diagonal()
-          << "|" << device.screenRatio().width << ":" << device.screenRatio().height << "|"
-          << (device.ppi() ? std::to_string(*device.ppi()) : "none") << "|"
-          << device.cameras().size() << "|" << device.applePencilSupport().rawValue();
-    EXPECT_EQ(facts.str(), text);
-  }
-  EXPECT_EQ(Device::iPhone14ProMax.cameras(), (std::vector{C::wide, C::telephoto, C::ultraWide}));
-  EXPECT_EQ(Device::iPhoneXR.description(), "iPhone X\xCA\x80");
-  std::vector<std::string> differing;
   for (const detail::ModelRow& row : detail::kModelTable) {
-    if (row.description != row.safeDescription) differing.emplace_back(row.safeDescription);
+    const auto found = byDescription.find(std::string(row.description));
+    ASSERT_NE(found, byDescription.end()) << row.description << " is not documented";
+    std::set<std::string> identifiers;
+    for (std::string_view identifier : row.identifiers.places)
+      if (!identifier.empty()) identifiers.emplace(identifier);
+    EXPECT_EQ(identifiers, std::set<std::string>(found->second->identifiers.begin(),
+                                                 found->second->identifiers.end()));
   }
-  EXPECT_EQ(differing, (std::vector<std::string>{"iPhone XS", "iPhone XS Max", "iPhone XR"}));
 }
 
-// Each group with the predicate that reads it, its size and the group of its simulators. (The
-// idiom, which can make the current device a phone or a pad, is unspecified here.)
+TEST(ModelTable, AnUnknownModelHasNoFacts) {
+  EXPECT_EQ(factsOf(Device::unknown("iPhone99,1"), {}), "unknown\t-1\t-1:-1\tabsent\tnone\tnone");
+}
+
+// Each group with the predicate that reads it, its documented members and the group of its
+// simulators. (The idiom, which can make the current device a phone or a pad, is unspecified here.)
 TEST(CapabilityGroups, AgreeWithTheirPredicatesAndSimulatorGroupsWrapThem) {
   using Group = const std::vector<Device>& (*)();
   struct Case {
     Group group;
     bool (Device::*predicate)() const;
-    std::size_t size;
+    const char* name;
     Group simulators = nullptr;
     bool simulatorsToo = true;  // no simulator has a camera
   };
   using D = Device;
   // clang-format off
   const Case cases[] = {
-      {&D::allPods, &D::isPod, 3, &D::allSimulatorPods}, {&D::allPhones, &D::isPhone, 39, &D::allSimulatorPhones},
-      {&D::allPads, &D::isPad, 32, &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, 23, &D::allSimulatorXSeriesDevices},
-      {&D::allPlusSizedDevices, nullptr, 12, &D::allSimulatorPlusSizedDevices},
-      {&D::allProDevices, nullptr, 22, &D::allSimulatorProDevices}, {&D::allMiniDevices, nullptr, 6, &D::allSimulatorMiniDevices},
-      {&D::allDevicesWithSensorHousing, &D::hasSensorHousing, 23, &D::allSimulatorDevicesWithSensorHousing},
-      {&D::allTouchIDCapableDevices, &D::isTouchIDCapable, 30}, {&D::allFaceIDCapableDevices, &D::isFaceIDCapable, 31},
-      {&D::allBiometricAuthenticationCapableDevices, &D::hasBiometricSensor, 61},
-      {&D::allDevicesWithRoundedDisplayCorners, &D::hasRoundedDisplayCorners, 35},
-      {&D::allDevicesWith3dTouchSupport, &D::has3dTouchSupport, 9},
-      {&D::allDevicesWithWirelessChargingSupport, &D::supportsWirelessCharging, 27},
-      {&D::allDevicesWithALidarSensor, &D::hasLidarSensor, 14}, {&D::allApplePencilCapableDevices, nullptr, 22},
-      {&D::allDevicesWithCamera, &D::hasCamera, 74, nullptr, false},
-      {&D::allDevicesWithNormalCamera, &D::hasNormalCamera, 74, nullptr, false},
-      {&D::allDevicesWithWideCamera, &D::hasWideCamera, 74, nullptr, false},
-      {&D::allDevicesWithTelephotoCamera, &D::hasTelephotoCamera, 15, nullptr, false},
-      {&D::allDevicesWithUltraWideCamera, &D::hasUltraWideCamera, 25, nullptr, false},
-      {&D::allRealDevices, nullptr, 74, &D::allSimulators}};
+      {&D::allPods, &D::isPod, "allPods", &D::allSimulatorPods}, {&D::allPhones, &D::isPhone, "allPhones", &D::allSimulatorPhones},
+      {&D::allPads, &D::isPad, "allPads", &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, "allXSeriesDevices", &D::allSimulatorXSeriesDevices},
+      {&D::allPlusSizedDevices, nullptr, "allPlusSizedDevices", &D::allSimulatorPlusSizedDevices},
+      {&D::allProDevices, nullptr, "allProDevices", &D::allSimulatorProDevices}, {&D::allMiniDevices, nullptr, "allMiniDevices", &D::allSimulatorMiniDevices},
+      {&D::allDevicesWithSensorHousing, &D::hasSensorHousing, "allDevicesWithSensorHousing", &D::allSimulatorDevicesWithSensorHousing},
+      {&D::allTouchIDCapableDevices, &D::isTouchIDCapable, "allTouchIDCapableDevices"}, {&D::allFaceIDCapableDevices, &D::isFaceIDCapable, "allFaceIDCapableDevices"},
+      {&D::allBiometricAuthenticationCapableDevices, &D::hasBiometricSensor, "allBiometricAuthenticationCapableDevices"},
+      {&D::allDevicesWithRoundedDisplayCorners, &D::hasRoundedDisplayCorners, "allDevicesWithRoundedDisplayCorners"},
+      {&D::allDevicesWith3dTouchSupport, &D::has3dTouchSupport, "allDevicesWith3dTouchSupport"},
+      {&D::allDevicesWithWirelessChargingSupport, &D::supportsWirelessCharging, "allDevicesWithWirelessChargingSupport"},
+      {&D::allDevicesWithALidarSensor, &D::hasLidarSensor, "allDevicesWithALidarSensor"}, {&D::allApplePencilCapableDevices, nullptr, "allApplePencilCapableDevices"},
+      {&D::allDevicesWithCamera, &D::hasCamera, "allDevicesWithCamera", nullptr, false},
+      {&D::allDevicesWithNormalCamera, &D::hasNormalCamera, "allDevicesWithNormalCamera", nullptr, false},
+      {&D::allDevicesWithWideCamera, &D::hasWideCamera, "allDevicesWithWideCamera", nullptr, false},
+      {&D::allDevicesWithTelephotoCamera, &D::hasTelephotoCamera, "allDevicesWithTelephotoCamera", nullptr, false},
+      {&D::allDevicesWithUltraWideCamera, &D::hasUltraWideCamera, "allDevicesWithUltraWideCamera", nullptr, false},
+      {&D::allRealDevices, nullptr, "allRealDevices", &D::allSimulators}};
   // clang-format on
+  const std::vector<DocumentedModel> documented = documentedModels();
   for (const Case& c : cases) {
     const std::vector<Device>& group = c.group();
-    EXPECT_EQ(group.size(), c.size) << group.front();
+    for (const DocumentedModel& model : documented) {
+      EXPECT_EQ(Device::unknown(model.description).isOneOf(group), model.groups.contains(c.name))
+          << model.description << (model.groups.contains(c.name) ? " missing from " : " in ")
+          << c.name;
+    }
     for (std::size_t i = 1; i < group.size(); ++i) {
       EXPECT_LT(group[i - 1].modelCase(), group[i].modelCase()) << "in model order, each once";
     }
