@@ -377,14 +377,14 @@ TEST(SessionWireTest, OversizedHeaderBlockFailsThatExchangeClearly) {
 
 constexpr const char* kCookieServer = "ZELNORA_TEST_COOKIE_SERVER";
 
-// Runs only as a child process of the test below: one launch of an app that talks to the server.
-TEST(SessionCookieTest, OneLaunch) {
-  const char* server = std::getenv(kCookieServer);
-  if (server == nullptr) GTEST_SKIP() << "runs as a child process only";
+// One launch of an app that talks to the server, in a process of its own.
+int oneLaunch() {
+  const std::string server = std::getenv(kCookieServer);
   setMainBundleDirectory(std::getenv("XDG_DATA_HOME"));
-  if (std::getenv("ZELNORA_TEST_COOKIE_SET") != nullptr) send(requestFor(server + "/set"s));
-  EXPECT_FALSE(send(requestFor(server + "/check"s)).error);
+  if (std::getenv("ZELNORA_TEST_COOKIE_SET") != nullptr) send(requestFor(server + "/set"));
+  return send(requestFor(server + "/check")).error ? 1 : 0;
 }
+const bool kOneLaunchRegistered = test_support::registerChildEntry("cookie-launch", oneLaunch);
 
 TEST(SessionCookieTest, SetCookieIsSentBackNowAndInTheNextLaunch) {
   test_support::TempDirectory home;
@@ -395,9 +395,8 @@ TEST(SessionCookieTest, SetCookieIsSentBackNowAndInTheNextLaunch) {
     if (request.path == "/set") response.set_header("Set-Cookie", "visit=1; Max-Age=3600; Path=/");
   });
   for (bool setsCookie : {true, false}) {
-    const auto launch = test_support::runChild(
-        std::filesystem::read_symlink("/proc/self/exe"),
-        {"--gtest_filter=SessionCookieTest.OneLaunch"},
+    const auto launch = test_support::runChildEntry(
+        "cookie-launch",
         {{kCookieServer, server.base()},
          {"XDG_DATA_HOME", home.path()},
          {"ZELNORA_TEST_COOKIE_SET", setsCookie ? std::optional("1") : std::nullopt}});
