@@ -60,13 +60,19 @@ bool addPrefixed(std::string_view word, std::string_view prefix,
 }  // namespace
 
 Parsed<HostArguments> parseHostArguments(const std::vector<std::string>& arguments) {
+  constexpr std::string_view kUsage =
+      "zelnora-host [--bundle DIR] [COMMAND ...] (--help lists them)";
   HostArguments parsed;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (arguments[i] == "--bundle" && parsed.commandLines.empty()) {
-      if (i + 1 >= arguments.size() || parsed.bundleDirectory) {
-        return usage<HostArguments>("zelnora-host [--bundle DIR] [COMMAND ...]");
-      }
+    const bool option = parsed.commandLines.empty() && arguments[i].starts_with("-");
+    if (option && (arguments[i] == "--help" || arguments[i] == "-h")) {
+      parsed.help = true;
+    } else if (option && arguments[i] == "--bundle") {
+      if (i + 1 >= arguments.size() || parsed.bundleDirectory) return usage<HostArguments>(kUsage);
       parsed.bundleDirectory = arguments[++i];
+    } else if (option) {
+      return Parsed<HostArguments>::failure("unknown option \"" + arguments[i] +
+                                            "\"; see zelnora-host --help");
     } else {
       parsed.commandLines.push_back(arguments[i]);
     }

@@ -113,6 +113,10 @@ std::optional<std::string> demo(HostSession& session, const Words& words) {
 
 }  // namespace
 
-void addDemoCommand(CommandTable& table) { table["demo"] = demo; }
+void addDemoCommand(CommandTable& table) {
+  table["demo"] = {demo, "[durable]",
+                   "the guided tour (first command only); \"demo durable\" tours durable "
+                   "reports"};
+}
 
 }  // namespace zelnora_host
