@@ -11,14 +11,12 @@
 namespace platform {
 namespace {
 
-using namespace std::chrono_literals;
-
-std::optional<Error> errorOfGet(const std::string& url) {
-  auto error = std::make_shared<std::optional<Error>>();
+int codeOfGet(const std::string& url) {  // the error's code, 0 for success
+  auto code = std::make_shared<int>(-1);
   urlSession().dataTask(URLRequest(*Url::parse(url)),
-                        [error](auto, auto, std::optional<Error> e) { *error = std::move(e); });
-  EXPECT_TRUE(urlSession().waitUntilIdle(60s));
-  return *error;
+                        [code](auto, auto, auto error) { *code = error ? error->code : 0; });
+  EXPECT_TRUE(urlSession().waitUntilIdle(std::chrono::seconds(60)));
+  return *code;
 }
 
 TEST(SessionLimits, SixteenRedirectsAreFollowedAndTheSeventeenthFails) {
@@ -29,29 +27,28 @@ TEST(SessionLimits, SixteenRedirectsAreFollowedAndTheSeventeenthFails) {
         response.set_content("landed", "text/plain");
       },
       false);
-  for (const auto& [hops, code] : {std::pair{16, 0}, {17, kURLErrorHTTPTooManyRedirects}}) {
+  for (const auto& [hops, code] : {std::pair{16, 0}, {17, -1007}}) {
     server.clear();
-    const std::optional<Error> error = errorOfGet(server.url("/hop/" + std::to_string(hops)));
-    EXPECT_EQ(error.value_or(Error{}).code, code) << hops << " redirects";
+    EXPECT_EQ(codeOfGet(server.url("/hop/" + std::to_string(hops))), code) << hops << " redirects";
     EXPECT_EQ(server.received().size(), 17u) << "the 17th redirect is not followed";
   }
 }
 
 TEST(SessionLimits, HeaderBlockOfExactlyTheGuardIsAccepted) {
   const URLSessionLimits defaults = urlSessionLimits();
-  EXPECT_EQ(defaults.maximumBodyBytes, std::size_t{256} << 20);
-  EXPECT_EQ(defaults.maximumHeaderBytes, std::size_t{256} << 10);
+  EXPECT_EQ(std::pair(defaults.maximumBodyBytes >> 20, defaults.maximumHeaderBytes >> 10),
+            std::pair(std::size_t{256}, std::size_t{256}))
+      << "MiB, KiB";
   constexpr std::size_t kGuard = 4096;
   setURLSessionLimits({defaults.maximumBodyBytes, kGuard});
   for (const std::size_t blockBytes : {kGuard, kGuard + 1}) {
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nX-Pad: ";
-    const std::string block = head + std::string(blockBytes - head.size() - 4, 'p') + "\r\n\r\n";
+    std::string block = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nX-Pad: ";
+    block += std::string(blockBytes - block.size() - 4, 'p') + "\r\n\r\n";
     test_support::RawSocketServer server([&block](test_support::RawSocketServer::Connection& c) {
       c.readRequestHead();
       c.send(block);
     });
-    const std::optional<Error> error = errorOfGet(server.url("/"));
-    EXPECT_EQ(error.value_or(Error{}).code, blockBytes > kGuard ? kURLErrorBadServerResponse : 0)
+    EXPECT_EQ(codeOfGet(server.url("/")), blockBytes > kGuard ? -1011 : 0)
         << blockBytes << "-byte header block";
   }
   setURLSessionLimits(defaults);

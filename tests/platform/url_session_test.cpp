@@ -361,18 +361,15 @@ TEST(SessionWireTest, BodiesArriveWholeUpToTheGuard) {
 }
 
 TEST(SessionWireTest, OversizedHeaderBlockFailsThatExchangeClearly) {
-  std::string manyFields, oneLongLine = "X-Long: " + std::string(200'000, 'v') + "\r\n";
-  for (int i = 0; i < 4000; ++i)
-    manyFields += "X-F" + std::to_string(i) + ": " + std::string(90, 'v') + "\r\n";
-  for (const std::string* fields : {&manyFields, &oneLongLine}) {
-    RawSocketServer server([fields](RawSocketServer::Connection& connection) {
-      connection.readRequestHead();
-      connection.send("HTTP/1.1 200 OK\r\n" + *fields + "Content-Length: 0\r\n\r\n");
-    });
-    const Error error = send(requestFor(server.url("/"))).error.value_or(Error{});
-    EXPECT_EQ(error.code, kURLErrorBadServerResponse);
-    EXPECT_EQ(error.localizedDescription(), "response header block too large");
-  }
+  // The guard's own edge is in session_limits_test.cpp; here libcurl's limit of a line.
+  RawSocketServer server([](RawSocketServer::Connection& connection) {
+    connection.readRequestHead();
+    connection.send("HTTP/1.1 200 OK\r\nX-Long: " + std::string(200'000, 'v') +
+                    "\r\nContent-Length: 0\r\n\r\n");
+  });
+  const Error error = send(requestFor(server.url("/"))).error.value_or(Error{});
+  EXPECT_EQ(error.code, kURLErrorBadServerResponse);
+  EXPECT_EQ(error.localizedDescription(), "response header block too large");
 }
 
 constexpr const char* kCookieServer = "ZELNORA_TEST_COOKIE_SERVER";
@@ -395,8 +392,8 @@ TEST(SessionCookieTest, SetCookieIsSentBackNowAndInTheNextLaunch) {
     if (request.path == "/set") response.set_header("Set-Cookie", "visit=1; Max-Age=3600; Path=/");
   });
   for (bool setsCookie : {true, false}) {
-    const auto launch = test_support::runChildEntry(
-        "cookie-launch",
+    const auto launch = test_support::runChild(
+        std::filesystem::read_symlink("/proc/self/exe"), {"--child", "cookie-launch"},
         {{kCookieServer, server.base()},
          {"XDG_DATA_HOME", home.path()},
          {"ZELNORA_TEST_COOKIE_SET", setsCookie ? std::optional("1") : std::nullopt}});

@@ -11,49 +11,32 @@
 
 namespace {
 
-using test_support::runChild;
-using test_support::toolsDirectory;
-using ::testing::HasSubstr;
-
-TEST(ToolHelp, UsageTablesAndUnknownOptions) {
-  const struct {
-    const char* tool;
-    std::vector<std::string> arguments;
-    int status;
-    const char* says;
-  } cases[] = {
-      {"host/zelnora-host", {"--help"}, 0, "\n  set-pref KEY data|string|dictionary VALUE\n"},
-      {"host/zelnora-host", {"-h"}, 0, "\n  -h, --help\n"},
-      {"host/zelnora-host", {"help"}, 0, "\nhost:   flush-outbox\n"},
-      {"host/zelnora-host",
-       {"--verbose"},
-       2,
-       "unknown option \"--verbose\"; see zelnora-host --help"},
-      {"service/zelnora-service", {"--help"}, 0, "\n  --retry-after SECONDS\n"},
-      {"service/zelnora-service", {"-h"}, 0, "\n  --fault reset|close-mid-body|"},
-      {"service/zelnora-service", {"--prot", "80"}, 2, "\"--prot\"; see zelnora-service --help"},
-  };
-  for (const auto& c : cases) {
-    const auto run = runChild(toolsDirectory() + "/" + c.tool, c.arguments);
-    EXPECT_EQ(run.exitStatus, c.status) << c.tool << " " << c.arguments[0];
-    EXPECT_THAT(run.standardOutput + run.standardError, HasSubstr(c.says)) << c.arguments[0];
-  }
+std::string run(const std::string& tool, const std::vector<std::string>& arguments, int status) {
+  const auto run = test_support::runChild(test_support::toolsDirectory() + "/" + tool, arguments);
+  EXPECT_EQ(run.exitStatus, status) << tool << " " << arguments[0];
+  return run.standardOutput + run.standardError;
 }
 
-TEST(ToolHelp, ReadmeNamesEveryCommandAndOptionAsTheToolsDo) {
-  std::ostringstream readme;
-  readme << std::ifstream(ZELNORA_SOURCE_DIR "/README.md").rdbuf();
-  for (const char* tool : {"host/zelnora-host", "service/zelnora-service"}) {
-    std::istringstream help(runChild(toolsDirectory() + "/" + tool, {"--help"}).standardOutput);
-    for (std::string line; std::getline(help, line);) {
+using ::testing::HasSubstr;
+
+TEST(ToolHelp, UsageTablesUnknownOptionsAndReadme) {
+  const std::string host = "host/zelnora-host", service = "service/zelnora-service";
+  EXPECT_THAT(run(host, {"-h"}, 0), HasSubstr("\n  set-pref KEY data|string|dictionary VALUE\n"));
+  EXPECT_THAT(run(host, {"help"}, 0), HasSubstr("\nhost:   flush-outbox\n"));
+  EXPECT_THAT(run(host, {"--verbose"}, 2), HasSubstr("\"--verbose\"; see zelnora-host --help"));
+  EXPECT_THAT(run(service, {"-h"}, 0), HasSubstr("\n  --fault reset|close-mid-body|"));
+  EXPECT_THAT(run(service, {"--prot"}, 2), HasSubstr("\"--prot\"; see zelnora-service --help"));
+  std::ostringstream read;
+  read << std::ifstream(ZELNORA_SOURCE_DIR "/README.md").rdbuf();
+  std::string readme = read.str();  // with "|" as written in a table, "\|", read as "|"
+  for (std::size_t at; (at = readme.find("\\|")) != std::string::npos;) readme.erase(at, 1);
+  for (const std::string& tool : {host, service}) {
+    std::istringstream help(run(tool, {"--help"}, 0));
+    for (std::string line; std::getline(help, line);) {  // "  NAME ARGUMENTS", then its summary
       if (!line.starts_with("  ") || line.starts_with("   ") || line.starts_with("  -h")) continue;
-      std::string entry = line.substr(2), escaped;  // in a table, "|" is written "\|"
-      for (char c : entry) escaped += c == '|' ? "\\|" : std::string(1, c);
-      const std::string text = readme.str();
-      EXPECT_TRUE(text.find("`" + entry) != std::string::npos ||
-                  text.find("`" + escaped) != std::string::npos ||
-                  text.find("[" + entry + "]") != std::string::npos)
-          << tool << ": README does not name " << entry;
+      EXPECT_THAT(readme, ::testing::AnyOf(HasSubstr("`" + line.substr(2)),
+                                           HasSubstr("[" + line.substr(2) + "]")))
+          << tool << ": README does not name " << line;
     }
   }
 }

@@ -59,6 +59,14 @@ bool addPrefixed(std::string_view word, std::string_view prefix,
 
 }  // namespace
 
+std::string requestCaseNames() {
+  std::string text = "ENDPOINT: ";
+  for (const auto& [name, endpoint] : kEndpoints) text += std::string(name) + ", ";
+  text.replace(text.size() - 2, 2, "; METHOD: ");
+  for (const auto& [name, method] : kMethods) text += std::string(name) + ", ";
+  return text.substr(0, text.size() - 2);
+}
+
 Parsed<HostArguments> parseHostArguments(const std::vector<std::string>& arguments) {
   constexpr std::string_view kUsage =
       "zelnora-host [--bundle DIR] [COMMAND ...] (--help lists them)";
@@ -210,10 +218,9 @@ Parsed<std::optional<std::string>> parseDevice(const Words& words) {
 }
 
 Parsed<RequestArguments> parseRequest(const Words& words) {
-  constexpr std::string_view kUsage =
-      "request ENDPOINT METHOD [path.K=V ...] [param.K=V ...] [body=TEXT] (ENDPOINT: getCampaign, "
-      "sendTracking, sendAppTracking, sendPollAnswers, registerInVqx, unregisterInVqx, "
-      "vqxCallback; METHOD: get, post, put, delete)";
+  const std::string kUsage =
+      "request ENDPOINT METHOD [path.K=V ...] [param.K=V ...] [body=TEXT] (" + requestCaseNames() +
+      ")";
   if (words.size() < 2) return usage<RequestArguments>(kUsage);
   auto endpoint = endpointFromCaseName(words[0]);
   auto method = methodFromCaseName(words[1]);

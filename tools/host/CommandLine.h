@@ -97,6 +97,9 @@ struct RequestArguments {
 // "post"; the method case "delete" is written as in the service's vocabulary).
 Parsed<RequestArguments> parseRequest(const Words& words);
 
+// "ENDPOINT: getCampaign, ...; METHOD: get, ...": the case names parseRequest accepts.
+std::string requestCaseNames();
+
 // Commands that take no arguments.
 Parsed<bool> parseNoArguments(const Words& words);
 

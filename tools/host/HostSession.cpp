@@ -13,9 +13,12 @@ std::string commandList(const CommandTable& table) {
   return names;
 }
 
+// `help` prints the whole usage; `help COMMAND` that command's entry.
 std::optional<std::string> help(HostSession& session, const Words& words) {
-  if (!words.empty()) return "usage: help";
-  std::string text = hostUsage(session.commands());
+  const auto named =
+      words.size() == 1 ? session.commands().find(words[0]) : session.commands().end();
+  if (!words.empty() && named == session.commands().end()) return "usage: help [COMMAND]";
+  std::string text = words.empty() ? hostUsage(session.commands()) : commandHelp(*named);
   for (std::size_t start = 0, end = 0; start < text.size(); start = end + 1) {
     end = text.find('\n', start);
     platform::printLine("host: " + text.substr(start, end - start));
@@ -24,6 +27,12 @@ std::optional<std::string> help(HostSession& session, const Words& words) {
 }
 
 }  // namespace
+
+std::string commandHelp(const CommandTable::value_type& entry) {
+  const auto& [name, command] = entry;
+  return "  " + name + (command.arguments.empty() ? "" : " ") + std::string(command.arguments) +
+         "\n      " + command.summary + "\n";
+}
 
 std::string hostUsage(const CommandTable& table) {
   std::string text =
@@ -35,10 +44,7 @@ std::string hostUsage(const CommandTable& table) {
       "  --bundle DIR\n      the main bundle's directory (ZelnoraAdsConfig.plist, Info.plist)\n"
       "  -h, --help\n      this help\n"
       "commands:\n";
-  for (const auto& [name, command] : table) {
-    text += "  " + name + (command.arguments.empty() ? "" : " ") + std::string(command.arguments);
-    text += "\n      " + std::string(command.summary) + "\n";
-  }
+  for (const auto& entry : table) text += commandHelp(entry);
   return text;
 }
 
@@ -49,7 +55,8 @@ HostSession::HostSession() {
   addRequestCommand(table_);
   addDemoCommand(table_);
   addOutboxCommands(table_);
-  table_["help"] = {help, "", "lists the commands (also zelnora-host --help)"};
+  table_["help"] = {help, "[COMMAND]",
+                    "lists the commands, or tells one (also zelnora-host --help)"};
 }
 
 bool HostSession::run(std::string_view line) {

@@ -20,12 +20,14 @@ using CommandHandler = std::function<std::optional<std::string>(HostSession&, co
 struct Command {
   CommandHandler run;
   std::string_view arguments;  // after the name, e.g. "KEY [debug=true|false]"
-  std::string_view summary;
+  std::string summary;
 };
 using CommandTable = std::map<std::string, Command, std::less<>>;
 
-// The program's usage, its options and the command table, as `--help` prints them.
+// The program's usage, its options and the command table, as `--help` prints them; one entry of
+// the table ("  NAME ARGUMENTS" and an indented summary line).
 std::string hostUsage(const CommandTable& table);
+std::string commandHelp(const CommandTable::value_type& entry);
 
 // The command groups, one file each.
 void addLifecycleCommands(CommandTable& table);   // initialize, wait, state, set-user-id, ...
