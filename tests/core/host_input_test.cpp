@@ -44,8 +44,12 @@ TEST(HostTextRepair, EachMaximalInvalidSubsequenceBecomesOneReplacement) {
 class HostTextEntry : public ::testing::Test {
  protected:
   platform::testing::InMemoryUserDefaults defaults_;
-  platform::testing::ScopedServices services_{
-      [this](platform::Services& services) { services.userDefaults = &defaults_; }};
+  platform::testing::FakeCurrentDevice device_;  // hands its vendor id over in lower case
+  platform::testing::ScopedServices services_{[this](platform::Services& services) {
+    device_.vendorId = "0f8fad5b-d9cb-469f-a165-70867728950e";
+    services.userDefaults = &defaults_;
+    services.device = &device_;
+  }};
   test_support::RecordingServer server_{[](const auto&, auto& response) { response.status = 200; }};
 };
 
@@ -60,6 +64,7 @@ TEST_F(HostTextEntry, StoredUserAndReportCarryRepairedText) {
   const auto& event = (*body)["events"][0];
   EXPECT_EQ(event["userId"], "user"s + kFFFD);
   EXPECT_EQ(event["event"], "open"s + kFFFD);
+  EXPECT_EQ(event["deviceId"], "0F8FAD5B-D9CB-469F-A165-70867728950E");
 }
 
 TEST_F(HostTextEntry, NewHeaderMapReplacesOldWithoutUnsendableFields) {

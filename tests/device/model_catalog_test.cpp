@@ -1,6 +1,10 @@
 // The model table read through the public Device interface: every row reachable and described as
 // its columns say, simulators wrapping their model, groups agreeing with their predicates, a few
 // hand-picked rows and the small value types.
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -13,106 +17,112 @@ namespace {
 
 using Camera = Device::CameraType;
 
-std::vector<Camera> camerasOf(detail::Cameras bits) {
-  std::vector<Camera> cameras;
-  for (const auto& [bit, type] : {std::pair{detail::kWide, Camera::wide},
-                                  {detail::kTelephoto, Camera::telephoto},
-                                  {detail::kUltraWide, Camera::ultraWide}}) {
-    if (bits & bit) cameras.push_back(type);
-  }
-  return cameras;
+// One line of tests/device/models.tsv: the model table as the product documentation states it.
+struct DocumentedModel {
+  std::set<std::string> identifiers, groups;
+  std::string description, safeDescription, facts;  // facts: cpu to pencil, tab-separated
+};
+
+std::set<std::string> split(const std::string& text, char separator) {
+  std::set<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);) parts.insert(part);
+  return parts;
 }
 
-TEST(ModelTable, EveryRowIsReachableDescribedAndWrappedAsItsColumnsSay) {
-  for (const detail::ModelRow& row : detail::kModelTable) {
-    const Device device(row.model);
-    SCOPED_TRACE(row.description);
-    for (const std::string_view identifier : row.identifiers.places) {
-      if (identifier.empty()) continue;
-      EXPECT_EQ(Device::mapToDevice(identifier).modelCase(), row.model) << identifier;
+std::vector<DocumentedModel> documentedModels() {
+  std::vector<DocumentedModel> models;
+  std::ifstream file(ZELNORA_SOURCE_DIR "/tests/device/models.tsv");
+  for (std::string line; std::getline(file, line);) {
+    std::vector<std::string> f(1);
+    for (char c : line) c == '\t' ? (void)f.emplace_back() : f.back().push_back(c);
+    if (line.starts_with("#") || f.size() != 11) continue;  // the count is checked by the caller
+    std::string facts = f[4];
+    for (int i = 5; i < 10; ++i) facts += "\t" + f[i];
+    models.push_back({split(f[1], ' '), split(f[10], ','), f[2], f[3], facts});
+  }
+  return models;
+}
+
+// The documented columns cpu, diagonal, screen ratio, ppi, cameras and pencil of a value.
+std::string factsOf(const Device& device, const std::vector<Camera>& cameras) {
+  static const char* const kCameraNames[] = {"normal", "wide", "telephoto", "ultraWide"};
+  static const char* const kPencilNames[] = {"none", "firstGeneration", "secondGeneration"};
+  std::ostringstream facts;
+  facts << device.cpu().description() << "\t" << device.diagonal() << "\t"
+        << device.screenRatio().width << ":" << device.screenRatio().height << "\t"
+        << (device.ppi() ? std::to_string(*device.ppi()) : "absent") << "\t";
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    facts << (i > 0 ? "," : "") << kCameraNames[static_cast<int>(cameras[i])];
+  facts << (cameras.empty() ? "none" : "") << "\t"
+        << kPencilNames[std::min<unsigned>(device.applePencilSupport().rawValue(), 2)];
+  return facts.str();
+}
+
+// Both ways: every documented identifier leads to its documented model and facts, and every row
+// of the code's table is documented with the same identifiers.
+TEST(ModelTable, AgreesWithTheDocumentedTableInBothDirections) {
+  const std::vector<DocumentedModel> documented = documentedModels();
+  ASSERT_EQ(documented.size(), Device::kModelCount);
+  std::map<std::string, std::set<std::string>> identifiersByDescription;
+  for (const DocumentedModel& model : documented) {
+    identifiersByDescription[model.description] = model.identifiers;
+    for (const std::string& identifier : model.identifiers) {
+      const Device device = Device::mapToDevice(identifier), simulated = Device::simulator(device);
+      EXPECT_EQ(device.description(), model.description) << identifier;
+      EXPECT_EQ(device.safeDescription(), model.safeDescription) << identifier;
+      EXPECT_EQ(factsOf(device, device.cameras()), model.facts) << identifier;
+      EXPECT_EQ(factsOf(Device::simulator(simulated), device.cameras()), model.facts);
+      EXPECT_EQ(simulated.safeDescription(), "Simulator (" + model.safeDescription + ")");
     }
-    EXPECT_EQ(device.description(), row.description);
-    EXPECT_EQ(device.safeDescription(), row.safeDescription);
-    EXPECT_EQ(Device::unknown(row.description), device) << "equal by description";
-    const Device simulated = Device::simulator(device);
-    EXPECT_EQ(simulated.description(), "Simulator (" + std::string(row.description) + ")");
-    EXPECT_EQ(simulated.safeDescription(), "Simulator (" + std::string(row.safeDescription) + ")");
-    EXPECT_EQ(simulated.kind(), Device::Kind::simulator);
-    EXPECT_EQ(simulated.real().modelCase(), row.model);
-    EXPECT_EQ(device.cameras(), camerasOf(row.cameras));
-    for (const Device& value : {device, simulated, Device::simulator(simulated)}) {
-      EXPECT_EQ(value.cpu(), row.cpu);
-      EXPECT_EQ(value.diagonal(), row.diagonal);
-      EXPECT_EQ(value.screenRatio(), row.screenRatio);
-      EXPECT_EQ(value.ppi(), row.ppi);
-      EXPECT_EQ(value.applePencilSupport().rawValue(), row.applePencilSupport);
-      EXPECT_EQ(value.cameras().empty() && !value.hasCamera(), value != device || !row.cameras);
-    }
   }
-}
-
-TEST(ModelTable, HandPickedRows) {
-  using C = Camera;
-  EXPECT_EQ(Device::kModelCount, 75u);
-  // clang-format off
-  for (const auto& [device, text] : std::vector<std::pair<Device, std::string>>{
-      {Device::iPhone14ProMax, "iPhone 14 Pro Max|A16 Bionic|6.7|9:19.5|458|3|0"},
-      {Device::iPadMini6, "iPad Mini (6th generation)|A15 Bionic|8.3|744:1133|326|1|2"},
-      {Device::homePod, "HomePod|A8|-1|4:5|-1|0|0"},
-      {Device::iPhone4, "iPhone 4|A4|3.5|2:3|326|1|0"},
-      {Device::unknown("iPhone99,1"), "iPhone99,1|unknown|-1|-1:-1|none|0|0"}}) {
-    // clang-format on
-    std::ostringstream facts;
-    facts << device.description() << "|" << device.cpu().description() << "|" << device.diagonal()
-          << "|" << device.screenRatio().width << ":" << device.screenRatio().height << "|"
-          << (device.ppi() ? std::to_string(*device.ppi()) : "none") << "|"
-          << device.cameras().size() << "|" << device.applePencilSupport().rawValue();
-    EXPECT_EQ(facts.str(), text);
-  }
-  EXPECT_EQ(Device::iPhone14ProMax.cameras(), (std::vector{C::wide, C::telephoto, C::ultraWide}));
-  EXPECT_EQ(Device::iPhoneXR.description(), "iPhone X\xCA\x80");
-  std::vector<std::string> differing;
   for (const detail::ModelRow& row : detail::kModelTable) {
-    if (row.description != row.safeDescription) differing.emplace_back(row.safeDescription);
+    std::set<std::string> identifiers(row.identifiers.places.begin(), row.identifiers.places.end());
+    identifiers.erase("");
+    EXPECT_EQ(identifiersByDescription[std::string(row.description)], identifiers)
+        << row.description;
   }
-  EXPECT_EQ(differing, (std::vector<std::string>{"iPhone XS", "iPhone XS Max", "iPhone XR"}));
+  EXPECT_EQ(factsOf(Device::unknown("iPhone99,1"), {}), "unknown\t-1\t-1:-1\tabsent\tnone\tnone");
 }
 
-// Each group with the predicate that reads it, its size and the group of its simulators. (The
-// idiom, which can make the current device a phone or a pad, is unspecified here.)
+// Each group with the predicate that reads it, its documented members and the group of its
+// simulators. (The idiom, which can make the current device a phone or a pad, is unspecified here.)
 TEST(CapabilityGroups, AgreeWithTheirPredicatesAndSimulatorGroupsWrapThem) {
   using Group = const std::vector<Device>& (*)();
   struct Case {
     Group group;
     bool (Device::*predicate)() const;
-    std::size_t size;
+    const char* name;
     Group simulators = nullptr;
     bool simulatorsToo = true;  // no simulator has a camera
   };
   using D = Device;
   // clang-format off
   const Case cases[] = {
-      {&D::allPods, &D::isPod, 3, &D::allSimulatorPods}, {&D::allPhones, &D::isPhone, 39, &D::allSimulatorPhones},
-      {&D::allPads, &D::isPad, 32, &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, 23, &D::allSimulatorXSeriesDevices},
-      {&D::allPlusSizedDevices, nullptr, 12, &D::allSimulatorPlusSizedDevices},
-      {&D::allProDevices, nullptr, 22, &D::allSimulatorProDevices}, {&D::allMiniDevices, nullptr, 6, &D::allSimulatorMiniDevices},
-      {&D::allDevicesWithSensorHousing, &D::hasSensorHousing, 23, &D::allSimulatorDevicesWithSensorHousing},
-      {&D::allTouchIDCapableDevices, &D::isTouchIDCapable, 30}, {&D::allFaceIDCapableDevices, &D::isFaceIDCapable, 31},
-      {&D::allBiometricAuthenticationCapableDevices, &D::hasBiometricSensor, 61},
-      {&D::allDevicesWithRoundedDisplayCorners, &D::hasRoundedDisplayCorners, 35},
-      {&D::allDevicesWith3dTouchSupport, &D::has3dTouchSupport, 9},
-      {&D::allDevicesWithWirelessChargingSupport, &D::supportsWirelessCharging, 27},
-      {&D::allDevicesWithALidarSensor, &D::hasLidarSensor, 14}, {&D::allApplePencilCapableDevices, nullptr, 22},
-      {&D::allDevicesWithCamera, &D::hasCamera, 74, nullptr, false},
-      {&D::allDevicesWithNormalCamera, &D::hasNormalCamera, 74, nullptr, false},
-      {&D::allDevicesWithWideCamera, &D::hasWideCamera, 74, nullptr, false},
-      {&D::allDevicesWithTelephotoCamera, &D::hasTelephotoCamera, 15, nullptr, false},
-      {&D::allDevicesWithUltraWideCamera, &D::hasUltraWideCamera, 25, nullptr, false},
-      {&D::allRealDevices, nullptr, 74, &D::allSimulators}};
+      {&D::allPods, &D::isPod, "allPods", &D::allSimulatorPods}, {&D::allPhones, &D::isPhone, "allPhones", &D::allSimulatorPhones},
+      {&D::allPads, &D::isPad, "allPads", &D::allSimulatorPads}, {&D::allXSeriesDevices, nullptr, "allXSeriesDevices", &D::allSimulatorXSeriesDevices},
+      {&D::allPlusSizedDevices, nullptr, "allPlusSizedDevices", &D::allSimulatorPlusSizedDevices},
+      {&D::allProDevices, nullptr, "allProDevices", &D::allSimulatorProDevices}, {&D::allMiniDevices, nullptr, "allMiniDevices", &D::allSimulatorMiniDevices},
+      {&D::allDevicesWithSensorHousing, &D::hasSensorHousing, "allDevicesWithSensorHousing", &D::allSimulatorDevicesWithSensorHousing},
+      {&D::allTouchIDCapableDevices, &D::isTouchIDCapable, "allTouchIDCapableDevices"}, {&D::allFaceIDCapableDevices, &D::isFaceIDCapable, "allFaceIDCapableDevices"},
+      {&D::allBiometricAuthenticationCapableDevices, &D::hasBiometricSensor, "allBiometricAuthenticationCapableDevices"},
+      {&D::allDevicesWithRoundedDisplayCorners, &D::hasRoundedDisplayCorners, "allDevicesWithRoundedDisplayCorners"},
+      {&D::allDevicesWith3dTouchSupport, &D::has3dTouchSupport, "allDevicesWith3dTouchSupport"},
+      {&D::allDevicesWithWirelessChargingSupport, &D::supportsWirelessCharging, "allDevicesWithWirelessChargingSupport"},
+      {&D::allDevicesWithALidarSensor, &D::hasLidarSensor, "allDevicesWithALidarSensor"}, {&D::allApplePencilCapableDevices, nullptr, "allApplePencilCapableDevices"},
+      {&D::allDevicesWithCamera, &D::hasCamera, "allDevicesWithCamera", nullptr, false},
+      {&D::allDevicesWithNormalCamera, &D::hasNormalCamera, "allDevicesWithNormalCamera", nullptr, false},
+      {&D::allDevicesWithWideCamera, &D::hasWideCamera, "allDevicesWithWideCamera", nullptr, false},
+      {&D::allDevicesWithTelephotoCamera, &D::hasTelephotoCamera, "allDevicesWithTelephotoCamera", nullptr, false},
+      {&D::allDevicesWithUltraWideCamera, &D::hasUltraWideCamera, "allDevicesWithUltraWideCamera", nullptr, false},
+      {&D::allRealDevices, nullptr, "allRealDevices", &D::allSimulators}};
   // clang-format on
+  const std::vector<DocumentedModel> documented = documentedModels();
   for (const Case& c : cases) {
     const std::vector<Device>& group = c.group();
-    EXPECT_EQ(group.size(), c.size) << group.front();
+    for (const DocumentedModel& model : documented)
+      EXPECT_EQ(Device::unknown(model.description).isOneOf(group), model.groups.contains(c.name))
+          << model.description << " in " << c.name;
     for (std::size_t i = 1; i < group.size(); ++i) {
       EXPECT_LT(group[i - 1].modelCase(), group[i].modelCase()) << "in model order, each once";
     }
@@ -137,16 +147,9 @@ TEST(CapabilityGroups, AgreeWithTheirPredicatesAndSimulatorGroupsWrapThem) {
   EXPECT_FALSE(Device::unknown("iPhone XS").isFaceIDCapable()) << "the safe name is not the name";
 }
 
-TEST(ValueTypes, CpuNamesAndOrderPencilSetsAndBatteryStates) {
-  std::istringstream names(
-      "A4|A5|A5X|A6|A6X|A7|A8|A8X|A9|A9X|A10 Fusion|A10X Fusion|A11 Bionic|"
-      "A12 Bionic|A12X Bionic|A12Z Bionic|A13 Bionic|A14 Bionic|A15 Bionic|"
-      "A16 Bionic|A17 Pro|M1|M2|unknown");
-  std::string name;
-  for (int i = 0; std::getline(names, name, '|'); ++i) {
-    const CPU cpu(static_cast<CPU::Value>(i)), previous(static_cast<CPU::Value>(i > 0 ? i - 1 : 0));
-    EXPECT_EQ(cpu.description(), name);
-    EXPECT_EQ(previous<cpu, i> 0) << name;
+TEST(ValueTypes, CpuOrderPencilSetsAndBatteryStates) {  // CPU names: in models.tsv
+  for (int i = 1; i <= static_cast<int>(CPU::unknown); ++i) {
+    EXPECT_LT(CPU(static_cast<CPU::Value>(i - 1)), CPU(static_cast<CPU::Value>(i))) << i;
   }
   const ApplePencilSupport both{ApplePencilSupport::firstGeneration,
                                 ApplePencilSupport::secondGeneration};

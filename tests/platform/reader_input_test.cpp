@@ -51,9 +51,9 @@ std::string xmlList(const std::string& body) {
   return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)" + body + "</plist>";
 }
 
-// An XML list after a byte-order mark, and 512 levels of nesting read on a thread with a 256 KiB
-// stack (smaller than the threads a host hands the kit): a reader, copy or writer recursing too
-// deep for it ends the test binary.
+// An XML list after a byte-order mark, and 512 levels of nesting (513 refused) read on a thread
+// with a 256 KiB stack (smaller than the threads a host hands the kit): a reader, copy or writer
+// recursing too deep for it ends the test binary.
 TEST(ReaderInput, ByteOrderMarkAndDeepNestingReadOnASmallStack) {
   std::string xml, json = R"({"deep":)";
   for (int i = 0; i < 512; ++i) {
@@ -72,6 +72,8 @@ TEST(ReaderInput, ByteOrderMarkAndDeepNestingReadOnASmallStack) {
       EXPECT_EQ(parsePropertyList(std::string(binary->begin(), binary->end())), read);
     }
     EXPECT_EQ(parseJson(json).value_or(nullptr).dump(), json);  // copied, then written
+    EXPECT_FALSE(parsePropertyList(xmlList("<array>" + xml + "</array>"))) << "513 levels";
+    EXPECT_FALSE(parseJson("[" + json + "]")) << "513 levels";
   };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);

@@ -59,6 +59,13 @@ inline ChildResult runChild(const std::string& program, const std::vector<std::s
   return result;
 }
 
+// A part of a test program that must run in a process of its own (a second launch of an app, for
+// instance): registered under a name at static initialisation, run by `PROGRAM --child NAME`
+// instead of the tests (start it with runChild on /proc/self/exe); its result is the exit status.
+// Never a test that skips.
+using ChildEntry = int (*)();
+bool registerChildEntry(const char* name, ChildEntry entry);  // in TestMain.cpp
+
 // The directory the build puts the tools in: $ZELNORA_TEST_TOOLS_DIR, or the build tree's tools
 // folder beside this test program's folder.
 inline std::string toolsDirectory() {

@@ -113,6 +113,7 @@ struct StartUpCase {
   std::string storedAfter;  // "" none
   std::size_t fetches;      // and as many callbacks when the start-up succeeds
 };
+void PrintTo(const StartUpCase& c, std::ostream* out) { *out << c.name; }  // ctest's listing
 
 class StartUp : public HostFlows, public ::testing::WithParamInterface<StartUpCase> {};
 
@@ -343,8 +344,13 @@ TEST_F(HostFlows, DeviceCommandDescribesTheModelAsJson) {
             R"("hasUltraWideCamera":true})"});
 }
 
-class FaultModes : public HostFlows,
-                   public ::testing::WithParamInterface<std::pair<FaultMode, std::string>> {};
+struct FaultCase {
+  FaultMode first;
+  std::string second;  // how the request's outcome line starts
+};
+void PrintTo(const FaultCase& c, std::ostream* out) { *out << faultModeName(c.first); }
+
+class FaultModes : public HostFlows, public ::testing::WithParamInterface<FaultCase> {};
 
 TEST_P(FaultModes, EachExchangeCompletesOnceAndReportsItsError) {
   startService(GetParam().first);
@@ -370,10 +376,10 @@ TEST_P(FaultModes, EachExchangeCompletesOnceAndReportsItsError) {
 INSTANTIATE_TEST_SUITE_P(
     Table, FaultModes,
     ::testing::Values(
-        std::pair(FaultMode::reset, "host: error domain=NSURLErrorDomain code=-1005 "),
-        std::pair(FaultMode::closeMidBody, "host: error domain=NSURLErrorDomain code=-1005 "),
-        std::pair(FaultMode::garbageStatus, "host: error domain=NSURLErrorDomain code=-1011 "),
-        std::pair(FaultMode::slowDrip, R"(host: response status=200 body={"status":"ok"})")),
+        FaultCase{FaultMode::reset, "host: error domain=NSURLErrorDomain code=-1005 "},
+        FaultCase{FaultMode::closeMidBody, "host: error domain=NSURLErrorDomain code=-1005 "},
+        FaultCase{FaultMode::garbageStatus, "host: error domain=NSURLErrorDomain code=-1011 "},
+        FaultCase{FaultMode::slowDrip, R"(host: response status=200 body={"status":"ok"})"}),
     [](const auto& info) {
       std::string name(faultModeName(info.param.first));
       std::erase(name, '-');

@@ -59,14 +59,28 @@ bool addPrefixed(std::string_view word, std::string_view prefix,
 
 }  // namespace
 
+std::string requestCaseNames() {
+  std::string text = "ENDPOINT: ";
+  for (const auto& [name, endpoint] : kEndpoints) text += std::string(name) + ", ";
+  text.replace(text.size() - 2, 2, "; METHOD: ");
+  for (const auto& [name, method] : kMethods) text += std::string(name) + ", ";
+  return text.substr(0, text.size() - 2);
+}
+
 Parsed<HostArguments> parseHostArguments(const std::vector<std::string>& arguments) {
+  constexpr std::string_view kUsage =
+      "zelnora-host [--bundle DIR] [COMMAND ...] (--help lists them)";
   HostArguments parsed;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (arguments[i] == "--bundle" && parsed.commandLines.empty()) {
-      if (i + 1 >= arguments.size() || parsed.bundleDirectory) {
-        return usage<HostArguments>("zelnora-host [--bundle DIR] [COMMAND ...]");
-      }
+    const bool option = parsed.commandLines.empty() && arguments[i].starts_with("-");
+    if (option && (arguments[i] == "--help" || arguments[i] == "-h")) {
+      parsed.help = true;
+    } else if (option && arguments[i] == "--bundle") {
+      if (i + 1 >= arguments.size() || parsed.bundleDirectory) return usage<HostArguments>(kUsage);
       parsed.bundleDirectory = arguments[++i];
+    } else if (option) {
+      return Parsed<HostArguments>::failure("unknown option \"" + arguments[i] +
+                                            "\"; see zelnora-host --help");
     } else {
       parsed.commandLines.push_back(arguments[i]);
     }
@@ -204,10 +218,9 @@ Parsed<std::optional<std::string>> parseDevice(const Words& words) {
 }
 
 Parsed<RequestArguments> parseRequest(const Words& words) {
-  constexpr std::string_view kUsage =
-      "request ENDPOINT METHOD [path.K=V ...] [param.K=V ...] [body=TEXT] (ENDPOINT: getCampaign, "
-      "sendTracking, sendAppTracking, sendPollAnswers, registerInVqx, unregisterInVqx, "
-      "vqxCallback; METHOD: get, post, put, delete)";
+  const std::string kUsage =
+      "request ENDPOINT METHOD [path.K=V ...] [param.K=V ...] [body=TEXT] (" + requestCaseNames() +
+      ")";
   if (words.size() < 2) return usage<RequestArguments>(kUsage);
   auto endpoint = endpointFromCaseName(words[0]);
   auto method = methodFromCaseName(words[1]);

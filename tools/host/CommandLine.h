@@ -28,10 +28,12 @@ struct Parsed {
 };
 
 struct HostArguments {
+  bool help = false;  // --help or -h
   std::optional<std::string> bundleDirectory;
   std::vector<std::string> commandLines;  // empty: read commands from standard input
 };
-// `zelnora-host [--bundle DIR] [COMMAND ...]`; argv[0] is skipped.
+// `zelnora-host [--bundle DIR] [COMMAND ...]` or `zelnora-host --help`; argv[0] is skipped. A
+// word starting with "-" before the first command is an option; an unknown one is an error.
 Parsed<HostArguments> parseHostArguments(const std::vector<std::string>& arguments);
 
 // Splits one command line into words at blanks (space, tab). Double quotes group characters into
@@ -94,6 +96,9 @@ struct RequestArguments {
 // ENDPOINT METHOD [path.K=V ...] [param.K=V ...] [body=TEXT], by case names ("sendAppTracking",
 // "post"; the method case "delete" is written as in the service's vocabulary).
 Parsed<RequestArguments> parseRequest(const Words& words);
+
+// "ENDPOINT: getCampaign, ...; METHOD: get, ...": the case names parseRequest accepts.
+std::string requestCaseNames();
 
 // Commands that take no arguments.
 Parsed<bool> parseNoArguments(const Words& words);

@@ -16,7 +16,18 @@ class HostSession;
 // Runs one command with its words (the command name removed). Returns the usage error when the
 // words do not parse; the command then did nothing.
 using CommandHandler = std::function<std::optional<std::string>(HostSession&, const Words&)>;
-using CommandTable = std::map<std::string, CommandHandler, std::less<>>;
+// A command as the table holds it: what runs, and the words and sentence its help shows.
+struct Command {
+  CommandHandler run;
+  std::string_view arguments;  // after the name, e.g. "KEY [debug=true|false]"
+  std::string summary;
+};
+using CommandTable = std::map<std::string, Command, std::less<>>;
+
+// The program's usage, its options and the command table, as `--help` prints them; one entry of
+// the table ("  NAME ARGUMENTS" and an indented summary line).
+std::string hostUsage(const CommandTable& table);
+std::string commandHelp(const CommandTable::value_type& entry);
 
 // The command groups, one file each.
 void addLifecycleCommands(CommandTable& table);   // initialize, wait, state, set-user-id, ...
@@ -41,6 +52,8 @@ class HostSession {
   // Runs one command line. Blank lines and lines starting with "#" do nothing. False (after a
   // "host: error ..." line) when the line is not a known command with well-formed arguments.
   bool run(std::string_view line);
+
+  const CommandTable& commands() const { return table_; }
 
   // True once any command line failed to parse.
   bool anyFailed() const { return anyFailed_; }

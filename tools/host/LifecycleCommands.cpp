@@ -60,15 +60,23 @@ CommandHandler plainCommand(void (*action)()) {
 }  // namespace
 
 void addLifecycleCommands(CommandTable& table) {
-  table["initialize"] = initialize;
-  table["wait"] = wait;
-  table["state"] = state;
-  table["set-user-id"] = setUserId;
-  table["set-custom-headers"] = setCustomHeaders;
-  table["request-permission"] =
-      plainCommand([] { ZAManager::sharedInstance().requestPermission(); });
-  table["delete-config"] = plainCommand([] { ZAPreferencesUtil::deleteConfig(); });
-  table["remove-custom-headers"] = plainCommand([] { ZAPreferencesUtil::removeCustomHeaders(); });
+  table["initialize"] = {
+      initialize, "KEY [debug=true|false]",
+      "starts the kit; prints \"host: callback\" when its start-up callback runs"};
+  table["wait"] = {wait, "[SECONDS]",
+                   "waits for every exchange started so far and any delivery it set off "
+                   "(default 10 s)"};
+  table["state"] = {state, "", "prints \"host: state initialized=... debug=... disabled=...\""};
+  table["set-user-id"] = {setUserId, "ID", "stores the user id (the manager's operation)"};
+  table["set-custom-headers"] = {setCustomHeaders, "[NAME=VALUE ...]",
+                                 "replaces the custom headers sent with every request"};
+  table["request-permission"] = {
+      plainCommand([] { ZAManager::sharedInstance().requestPermission(); }), "",
+      "the manager's notification-permission request"};
+  table["delete-config"] = {plainCommand([] { ZAPreferencesUtil::deleteConfig(); }), "",
+                            "removes the stored configuration"};
+  table["remove-custom-headers"] = {plainCommand([] { ZAPreferencesUtil::removeCustomHeaders(); }),
+                                    "", "removes the stored custom headers"};
 }
 
 }  // namespace zelnora_host

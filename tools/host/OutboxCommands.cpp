@@ -53,9 +53,12 @@ std::optional<std::string> flushOutbox(HostSession&, const Words& words) {
 }  // namespace
 
 void addOutboxCommands(CommandTable& table) {
-  table["durable-reports"] = durableReports;
-  table["outbox"] = outbox;
-  table["flush-outbox"] = flushOutbox;
+  table["durable-reports"] = {durableReports, "on|off", "opts in to (or out of) durable reports"};
+  table["outbox"] = {outbox, "",
+                     "prints \"host: outbox count=N oldest=<UTC time|none> "
+                     "next-attempt=<UTC time|now>\""};
+  table["flush-outbox"] = {flushOutbox, "",
+                           "delivers kept reports now, whatever the back-off says"};
 }
 
 }  // namespace zelnora_host

@@ -51,9 +51,11 @@ std::optional<std::string> prefs(HostSession&, const Words& words) {
 }  // namespace
 
 void addPreferenceCommands(CommandTable& table) {
-  table["set-pref"] = setPref;
-  table["remove-pref"] = removePref;
-  table["prefs"] = prefs;
+  table["set-pref"] = {setPref, "KEY data|string|dictionary VALUE",
+                       "writes one suite entry as the extension would (dictionary: a JSON "
+                       "object of strings)"};
+  table["remove-pref"] = {removePref, "KEY", "removes one suite entry"};
+  table["prefs"] = {prefs, "", "prints \"host: pref KEY TYPE VALUE\" per entry, sorted by key"};
 }
 
 }  // namespace zelnora_host

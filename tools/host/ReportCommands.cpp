@@ -34,9 +34,13 @@ std::optional<std::string> device(HostSession&, const Words& words) {
 }  // namespace
 
 void addReportCommands(CommandTable& table) {
-  table["send-report"] = sendReport;
-  table["device-info"] = deviceInfo;
-  table["device"] = device;
+  table["send-report"] = {sendReport, "[event=E] [campaign=C] [type=T]",
+                          "sends one report (\"event=\" sends an empty event)"};
+  table["device-info"] = {deviceInfo, "",
+                          "prints \"host: device-info {...}\": the report's device map"};
+  table["device"] = {device, "[IDENTIFIER]",
+                     "prints \"host: device {...}\": the model facts of an identifier or of this "
+                     "machine"};
 }
 
 }  // namespace zelnora_host

@@ -41,6 +41,11 @@ std::optional<std::string> request(HostSession&, const Words& words) {
 
 }  // namespace
 
-void addRequestCommand(CommandTable& table) { table["request"] = request; }
+void addRequestCommand(CommandTable& table) {
+  table["request"] = {request, "ENDPOINT METHOD [path.K=V ...] [param.K=V ...] [body=TEXT]",
+                      "any API request, e.g. \"request getCampaign get path.zoneId=42\"; prints "
+                      "\"host: response ...\" or \"host: error ...\"\n      " +
+                          requestCaseNames()};
+}
 
 }  // namespace zelnora_host

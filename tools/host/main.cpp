@@ -1,5 +1,5 @@
 // zelnora-host: plays the host application so that the kit can be driven from a terminal, a script
-// or a test. `zelnora-host [--bundle DIR] [COMMAND ...]`; see README for the commands.
+// or a test. `zelnora-host [--bundle DIR] [COMMAND ...]`; `zelnora-host --help` lists the commands.
 #include <signal.h>
 #include <unistd.h>
 
@@ -39,6 +39,10 @@ int main(int argc, char** argv) {
   if (arguments->bundleDirectory) platform::setMainBundleDirectory(*arguments->bundleDirectory);
 
   zelnora_host::HostSession session;
+  if (arguments->help) {
+    platform::console().write(zelnora_host::hostUsage(session.commands()));
+    return 0;
+  }
   if (arguments->commandLines.empty()) {
     readCommandsFromStandardInput(session);
   } else {
