@@ -10,7 +10,8 @@
 // 503) to their first N requests and for that long after start: an outage, for durable reports;
 // --retry-after adds that Retry-After field to those answers.
 // Without --registry the service knows one key, "demo-key". Every request is printed on standard
-// output as a JSON line (unless --quiet) and appended to the --log file.
+// output as a JSON line (unless --quiet) and appended to the --log file. http://127.0.0.1:PORT/
+// shows them live and changes the registry and the outage (Inspector.h).
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -103,6 +104,7 @@ int main(int argc, char** argv) {
   zelnora_tools::ReferenceServiceOptions options;
   options.registry = zelnora_tools::KeyRegistry::withDemoKey("demo-key");
   options.printRequests = true;
+  options.inspector = true;
   if (!parseOptions(argc, argv, options)) {
     std::cerr << kUsage << "\n";
     return 2;
