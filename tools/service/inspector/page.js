@@ -30,10 +30,12 @@ function table(columns, rows, className) {
   return result;
 }
 
+// One row per member, one column per event: a report usually carries one event.
 function eventsTable(events) {
   const objects = events.map((event) => (event && typeof event === 'object' ? event : {}));
-  const columns = [...new Set(objects.flatMap((event) => Object.keys(event)))];
-  const rows = objects.map((event) => columns.map((name) => (name in event ? cellText(event[name]) : '')));
+  const members = [...new Set(objects.flatMap((event) => Object.keys(event)))];
+  const columns = ['Member', ...objects.map((_, index) => `Event ${index + 1}`)];
+  const rows = members.map((name) => [name, ...objects.map((event) => (name in event ? cellText(event[name]) : ''))]);
   return table(columns, rows, 'events');
 }
 
