@@ -7,7 +7,15 @@ import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 import assert from 'node:assert/strict';
-import { chromium } from 'playwright-core';
+
+const kSetupHint = 'the inspector\'s browser test needs Debian\'s chromium and scripts/browser-setup';
+const { chromium } = await import('playwright-core').catch(() => fail(kSetupHint));
+if (!fs.existsSync('/usr/bin/chromium')) fail(kSetupHint);
+
+function fail(message) {
+  console.error(`inspector: ${message}`);
+  process.exit(1);
+}
 
 const [servicePath, hostPath, screenshotPath] = process.argv.slice(2);
 const kHostileEvent = '<img src=x onerror=alert(1)>';
