@@ -21,7 +21,9 @@ const [servicePath, hostPath, screenshotPath] = process.argv.slice(2);
 const kHostileEvent = '<img src=x onerror=alert(1)>';
 const scratch = fs.mkdtempSync(path.join(os.tmpdir(), 'zelnora-inspector-'));
 const folder = (name) => fs.mkdirSync(path.join(scratch, name), { recursive: true }) ?? path.join(scratch, name);
-const privateEnvironment = { ...process.env, HOME: folder('home'), XDG_DATA_HOME: folder('data') };
+// Chromium too keeps its settings and caches (~/.config, ~/.cache, ~/.pki) under this HOME.
+const privateEnvironment = { ...process.env, HOME: folder('home'), XDG_DATA_HOME: folder('data'),
+  XDG_CONFIG_HOME: folder('config'), XDG_CACHE_HOME: folder('cache') };
 for (const name of ['ZELNORA_SIM_ADVERTISING_ID', 'ZELNORA_SIM_CARRIER', 'ZELNORA_SIM_LOCATION']) {
   delete privateEnvironment[name];
 }
@@ -112,7 +114,7 @@ try {
   const baseUrl = `http://127.0.0.1:${await listening}`;
   writeBundle(baseUrl);
   browser = await chromium.launchPersistentContext(folder('profile'), {
-    executablePath: '/usr/bin/chromium', headless: true, acceptDownloads: true, viewport: { width: 1000, height: 700 },
+    executablePath: '/usr/bin/chromium', headless: true, env: privateEnvironment, acceptDownloads: true, viewport: { width: 1000, height: 700 },
     args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking', '--disable-component-update',
       '--no-first-run', '--disable-sync'],
   });
