@@ -138,6 +138,18 @@ TEST_F(InspectorRoutes, ItsOwnRequestsAreNotRecorded) {
             service_->received()[0].toJsonLine() + "\n");
 }
 
+TEST_F(InspectorRoutes, AnswersOnlyToLoopbackNames) {
+  const httplib::Headers rebound{{"Host", "rebound.example:" + std::to_string(service_->port())}};
+  EXPECT_EQ(client().Get("/inspector/received.jsonl", rebound)->status, 403);
+  EXPECT_EQ(client()
+                .Post("/inspector/registry", rebound, R"({"key":"demo-key","status":500})",
+                      "application/json")
+                ->status,
+            403);
+  EXPECT_EQ(client().Get("/", {{"Host", "LocalHost:1"}})->status, 200);
+  EXPECT_EQ(client().Get("/config/demo-key", rebound)->status, 200) << "unchanged, any name";
+}
+
 TEST_F(InspectorRoutes, StopEndsAnOpenEventStream) {
   std::mutex mutex;
   std::condition_variable arrived;

@@ -1,6 +1,7 @@
 #include "Inspector.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 #include <httplib.h>
@@ -59,6 +60,27 @@ void sendAnswer(httplib::Response& response, const ServiceAnswer& answer) {
   response.set_content(answer.body, answer.contentType.c_str());
 }
 
+// A page of another site whose name it pointed at this machine (DNS rebinding) sends its own name
+// as Host; the inspector answers only to the loopback names.
+bool namesLoopback(std::string_view host) {
+  const auto end = host.starts_with('[') ? host.find(']') + 1 : host.find(':');
+  const std::string_view name = host.substr(0, end);
+  return name == "127.0.0.1" || name == "[::1]" ||
+         platform::http::equalsIgnoringCase(name, "localhost");
+}
+
+using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+
+Handler forLoopbackNames(Handler handler) {
+  return [handler = std::move(handler)](const httplib::Request& request,
+                                        httplib::Response& response) {
+    if (namesLoopback(request.get_header_value("Host"))) return handler(request, response);
+    sendAnswer(response,
+               ServiceAnswer{
+                   403, R"({"error":"open the inspector at 127.0.0.1"})", "application/json", {}});
+  };
+}
+
 ServiceAnswer notJson() {
   return ServiceAnswer{
       415,
@@ -88,38 +110,42 @@ std::string inspectorEntryJson(std::size_t sequence, const RecordedRequest& requ
 Inspector::Inspector(ReferenceService& service) : service_(service) {}
 
 void Inspector::install(httplib::Server& server) {
-  server.Get("/", [](const httplib::Request&, httplib::Response& response) {
-    serveAsset(response, inspector_assets::kPage, "text/html; charset=utf-8");
-  });
-  server.Get("/inspector/page.js", [](const httplib::Request&, httplib::Response& response) {
-    serveAsset(response, inspector_assets::kScript, "text/javascript; charset=utf-8");
-  });
-  server.Get("/inspector/page.css", [](const httplib::Request&, httplib::Response& response) {
-    serveAsset(response, inspector_assets::kStyle, "text/css; charset=utf-8");
-  });
-  server.Get("/inspector/events", [this](const httplib::Request&, httplib::Response& response) {
-    response.set_header("Cache-Control", "no-store");
-    auto cursor = std::make_shared<Cursor>();
-    response.set_chunked_content_provider(
-        "text/event-stream",
-        [this, cursor](std::size_t, httplib::DataSink& sink) { return stream(*cursor, sink); });
-  });
-  server.Get(
-      "/inspector/received.jsonl", [this](const httplib::Request&, httplib::Response& response) {
-        std::string lines;
-        for (const RecordedRequest& request : service_.received())
-          lines += request.toJsonLine() + "\n";
-        response.set_header("Content-Disposition", "attachment; filename=\"received.jsonl\"");
-        response.set_content(lines, "application/x-ndjson");
-      });
-  server.Post(
-      "/inspector/registry", [this](const httplib::Request& request, httplib::Response& response) {
-        sendAnswer(response, isJsonPost(request) ? changeRegistry(request.body) : notJson());
-      });
-  server.Post("/inspector/outage",
-              [this](const httplib::Request& request, httplib::Response& response) {
+  auto asset = [](std::string_view body, const char* type) {
+    return [body, type](const httplib::Request&, httplib::Response& response) {
+      serveAsset(response, body, type);
+    };
+  };
+  server.Get("/", forLoopbackNames(asset(inspector_assets::kPage, "text/html; charset=utf-8")));
+  server.Get("/inspector/page.js",
+             forLoopbackNames(asset(inspector_assets::kScript, "text/javascript; charset=utf-8")));
+  server.Get("/inspector/page.css",
+             forLoopbackNames(asset(inspector_assets::kStyle, "text/css; charset=utf-8")));
+  server.Get("/inspector/events",
+             forLoopbackNames([this](const auto&, auto& response) { openStream(response); }));
+  server.Get("/inspector/received.jsonl",
+             forLoopbackNames([this](const auto&, auto& response) { sendReceived(response); }));
+  server.Post("/inspector/registry", forLoopbackNames([this](const auto& request, auto& response) {
+                sendAnswer(response,
+                           isJsonPost(request) ? changeRegistry(request.body) : notJson());
+              }));
+  server.Post("/inspector/outage", forLoopbackNames([this](const auto& request, auto& response) {
                 sendAnswer(response, isJsonPost(request) ? changeOutage(request.body) : notJson());
-              });
+              }));
+}
+
+void Inspector::openStream(httplib::Response& response) {
+  response.set_header("Cache-Control", "no-store");
+  auto cursor = std::make_shared<Cursor>();
+  response.set_chunked_content_provider(
+      "text/event-stream",
+      [this, cursor](std::size_t, httplib::DataSink& sink) { return stream(*cursor, sink); });
+}
+
+void Inspector::sendReceived(httplib::Response& response) const {
+  std::string lines;
+  for (const RecordedRequest& request : service_.received()) lines += request.toJsonLine() + "\n";
+  response.set_header("Content-Disposition", "attachment; filename=\"received.jsonl\"");
+  response.set_content(lines, "application/x-ndjson");
 }
 
 void Inspector::requestAnswered(const RecordedRequest& request, int status) {

@@ -12,7 +12,9 @@
 //   POST /inspector/registry          {"key":"demo-key","killSwitch":true,"status":200}
 //   POST /inspector/outage            {"failNext":2,"downForSeconds":0,"failStatus":503,
 //                                      "retryAfterSeconds":3600}
-// A POST answers 200 with the new state, or 400 {"error":"..."} and changes nothing.
+// A POST answers 200 with the new state, or 400 {"error":"..."} and changes nothing; one without
+// Content-Type: application/json answers 415. Every route answers 403 unless its Host names this
+// machine (127.0.0.1, localhost, [::1]), so that a page that rebinds its own name cannot use it.
 #pragma once
 
 #include <condition_variable>
@@ -27,6 +29,7 @@
 namespace httplib {
 class Server;
 class DataSink;
+struct Response;
 }  // namespace httplib
 
 namespace zelnora_tools {
@@ -56,7 +59,9 @@ class Inspector {
     std::uint64_t stateSeen = 0;
   };
 
+  void openStream(httplib::Response& response);
   bool stream(Cursor& cursor, httplib::DataSink& sink);
+  void sendReceived(httplib::Response& response) const;
   std::string stateJson() const;
   ServiceAnswer changeRegistry(std::string_view body);
   ServiceAnswer changeOutage(std::string_view body);
