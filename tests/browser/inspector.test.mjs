@@ -108,6 +108,15 @@ async function checkKillSwitch(page) {
   assert.match(second, /^Zelnora Ads sdk disabled$/m);
 }
 
+async function checkOutage(page, baseUrl) {
+  await page.fill('#outage [name=failNext]', '1');
+  await page.fill('#outage [name=failStatus]', '429');
+  await page.click('#outage button');
+  await page.locator('#outage-now', { hasText: 'failing the next 1 tracking requests, answering 429.' }).waitFor();
+  assert.equal((await fetch(baseUrl + '/tracker/app', { method: 'POST', body: '{}' })).status, 429);
+  await page.locator('#outage-now', { hasText: 'No outage.' }).waitFor({ timeout: 5_000 });
+}
+
 const { service, listening } = startService();
 let browser;
 try {
@@ -128,6 +137,7 @@ try {
   if (screenshotPath) await page.evaluate(() => window.scrollTo(0, 0));
   if (screenshotPath) await page.screenshot({ path: screenshotPath });
   await checkKillSwitch(page);
+  await checkOutage(page, baseUrl);
   assert.deepEqual(dialogs, [], 'no script ran from a report');
   console.log('inspector: all checks passed');
 } finally {

@@ -106,6 +106,7 @@ TEST_F(InspectorRoutes, RefusedChangesChangeNothing) {
       {"/inspector/registry", R"({"key":"demo-key","killSwitch":"yes"})", "application/json", 400},
       {"/inspector/registry", R"({"key":"junk","killSwitch":true})", "application/json", 400},
       {"/inspector/outage", R"({"failNext":-1})", "application/json", 400},
+      {"/inspector/outage", R"({"failnext":1})", "application/json", 400},
       {"/inspector/outage", R"({"failNext":1,"failStatus":99})", "application/json", 400},
       {"/inspector/outage", R"({"failNext":1,"retryAfterSeconds":"soon"})", "application/json",
        400},

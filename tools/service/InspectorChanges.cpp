@@ -1,4 +1,6 @@
 // The inspector's view of the key registry and the outage, and the changes its page posts.
+#include <algorithm>
+#include <initializer_list>
 #include <optional>
 
 #include <nlohmann/json.hpp>
@@ -35,6 +37,15 @@ std::string outOfRange(const char* name, long long low, long long high) {
          " to " + std::to_string(high);
 }
 
+// The first member of `body` outside `known`, so that a misspelt change is refused, not ignored.
+std::optional<std::string> unknownMember(const Json& body,
+                                         std::initializer_list<std::string_view> known) {
+  for (const auto& [name, value] : body.items()) {
+    if (std::find(known.begin(), known.end(), name) == known.end()) return name;
+  }
+  return std::nullopt;
+}
+
 // The key's answer body with its kill switch "k" set to `on`; absent when it is not an object.
 std::optional<std::string> withKillSwitch(const std::string& body, bool on) {
   Json members = Json::parse(body, nullptr, false);
@@ -66,6 +77,9 @@ ServiceAnswer Inspector::changeRegistry(std::string_view text) {
   if (!body.is_object() || !body.contains("key") || !body["key"].is_string()) {
     return refused("the body must be a JSON object with a \"key\"");
   }
+  if (auto unknown = unknownMember(body, {"key", "killSwitch", "status"})) {
+    return refused("unknown member \"" + *unknown + "\"");
+  }
   const auto key = body["key"].get<std::string>();
   const auto answers = service_.keyAnswers();
   const auto entry = answers.find(key);
@@ -88,6 +102,10 @@ ServiceAnswer Inspector::changeRegistry(std::string_view text) {
 ServiceAnswer Inspector::changeOutage(std::string_view text) {
   const Json body = Json::parse(text, nullptr, false);
   if (!body.is_object()) return refused("the body must be a JSON object");
+  if (auto unknown =
+          unknownMember(body, {"failNext", "downForSeconds", "failStatus", "retryAfterSeconds"})) {
+    return refused("unknown member \"" + *unknown + "\"");
+  }
   const auto failNext = wholeNumber(body, "failNext", 0, 1'000'000'000, 0);
   const auto downFor = wholeNumber(body, "downForSeconds", 0, kMaxSeconds, 0);
   const auto failStatus = wholeNumber(body, "failStatus", 100, 599, 503);

@@ -6,6 +6,7 @@
 const kShownAtMost = 1000;
 let lastSequence = -1;
 let shownKeys = '';
+let outage = { failNext: 0, downUntil: 0, failStatus: 503, retryAfterSeconds: null };
 
 function $(id) { return document.getElementById(id); }
 
@@ -146,17 +147,19 @@ function keyRow(body, key, answer) {
   row.append(killCell, statusCell);
 }
 
-function describeOutage(outage) {
+function describeOutage() {
   const parts = [];
+  const downFor = Math.ceil((outage.downUntil - Date.now()) / 1000);
   if (outage.failNext > 0) parts.push(`failing the next ${outage.failNext} tracking requests`);
-  if (outage.downForSeconds > 0) parts.push(`down for ${outage.downForSeconds} s more`);
+  if (downFor > 0) parts.push(`down for ${downFor} s more`);
   if (parts.length === 0) return 'No outage.';
   const retry = outage.retryAfterSeconds === null ? '' : ` with Retry-After: ${outage.retryAfterSeconds}`;
   return `Outage: ${parts.join(', ')}, answering ${outage.failStatus}${retry}.`;
 }
 
 function showState(state) {
-  $('outage-now').textContent = describeOutage(state.outage);
+  outage = { ...state.outage, downUntil: Date.now() + state.outage.downForSeconds * 1000 };
+  $('outage-now').textContent = describeOutage();
   const keysText = JSON.stringify(state.keys);
   if (keysText === shownKeys) return;  // keep what the engineer is typing
   shownKeys = keysText;
@@ -186,3 +189,4 @@ $('endpoint').addEventListener('change', applyFilters);
 $('event-name').addEventListener('input', applyFilters);
 $('outage').addEventListener('submit', stageOutage);
 connect();
+setInterval(() => { $('outage-now').textContent = describeOutage(); }, 1000);  // counts the downtime down
