@@ -79,11 +79,14 @@ function passesFilters(card) {
   return !eventName || JSON.parse(card.dataset.events).some((name) => name.includes(eventName));
 }
 
+function showCount() {
+  const list = $('requests');
+  $('count').textContent = `${list.querySelectorAll(':scope > :not([hidden])').length} of ${list.children.length} requests`;
+}
+
 function applyFilters() {
-  const cards = [...$('requests').children];
-  for (const card of cards) card.hidden = !passesFilters(card);
-  const shown = cards.filter((card) => !card.hidden).length;
-  $('count').textContent = `${shown} of ${cards.length} requests`;
+  for (const card of $('requests').children) card.hidden = !passesFilters(card);
+  showCount();
 }
 
 function noteEndpoint(path) {
@@ -99,9 +102,11 @@ function addRequest(entry) {
   lastSequence = entry.seq;
   noteEndpoint(entry.path);
   const list = $('requests');
-  list.prepend(requestCard(entry));
+  const card = requestCard(entry);
+  card.hidden = !passesFilters(card);
+  list.prepend(card);
   while (list.children.length > kShownAtMost) list.lastChild.remove();
-  applyFilters();
+  showCount();
 }
 
 async function post(path, body) {
