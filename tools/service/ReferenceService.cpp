@@ -3,12 +3,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
+#include "Inspector.h"
 #include "platform/internal/HttpText.h"
 
 namespace zelnora_tools {
@@ -177,13 +179,19 @@ ServiceAnswer answerRequest(const RecordedRequest& request, const KeyRegistry& r
 ReferenceService::ReferenceService(ReferenceServiceOptions options)
     : options_(std::move(options)),
       server_(std::make_unique<httplib::Server>()),
-      registry_(options_.registry) {}
+      registry_(options_.registry),
+      failsLeft_(options_.failFirst),
+      failStatus_(options_.failStatus),
+      retryAfterSeconds_(options_.retryAfterSeconds) {}
 
 ReferenceService::~ReferenceService() { stop(); }
 
 int ReferenceService::start() {
   if (serverThread_.joinable() || faultServer_) return -1;
-  downUntil_ = std::chrono::steady_clock::now() + options_.downFor;
+  {
+    std::lock_guard lock(mutex_);
+    downUntil_ = std::chrono::steady_clock::now() + options_.downFor;
+  }
   if (options_.fault != FaultMode::none) return startFaultServer();
   server_->set_payload_max_length(options_.maxBodyBytes);
   // The server library's default also sets SO_REUSEPORT, which would let a second service share a
@@ -216,6 +224,10 @@ int ReferenceService::start() {
     for (const auto& [name, value] : answer.headers) response.set_header(name, value);
     response.set_content(answer.body, answer.contentType.c_str());
   };
+  if (options_.inspector) {
+    inspector_ = std::make_unique<Inspector>(*this);
+    inspector_->install(*server_);
+  }
   server_->Get(".*", route);
   server_->Post(".*", route);
   server_->Put(".*", route);
@@ -261,6 +273,7 @@ int ReferenceService::startFaultServer() {
 void ReferenceService::stop() {
   if (faultServer_) faultServer_->stop();
   if (!serverThread_.joinable()) return;
+  if (inspector_) inspector_->shutdown();
   server_->stop();
   serverThread_.join();
 }
@@ -272,6 +285,27 @@ std::string ReferenceService::baseUrl() const {
 void ReferenceService::setKeyAnswer(const std::string& key, KeyAnswer answer) {
   std::lock_guard lock(mutex_);
   registry_.set(key, std::move(answer));
+}
+
+std::map<std::string, KeyAnswer> ReferenceService::keyAnswers() const {
+  std::lock_guard lock(mutex_);
+  return registry_.entries();
+}
+
+void ReferenceService::stageOutage(const Outage& outage) {
+  std::lock_guard lock(mutex_);
+  failsLeft_ = outage.failNext;
+  downUntil_ = std::chrono::steady_clock::now() + outage.downFor;
+  failStatus_ = outage.failStatus;
+  retryAfterSeconds_ = outage.retryAfterSeconds;
+}
+
+Outage ReferenceService::outage() const {
+  std::lock_guard lock(mutex_);
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      downUntil_ - std::chrono::steady_clock::now());
+  return Outage{failsLeft_, std::max(left, std::chrono::milliseconds(0)), failStatus_,
+                retryAfterSeconds_};
 }
 
 std::vector<RecordedRequest> ReferenceService::received() const {
@@ -293,22 +327,22 @@ void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& ans
   {
     std::lock_guard lock(mutex_);
     if (failsForOutage(request)) {
-      answer = errorAnswer(options_.failStatus, "service unavailable");
-      if (options_.retryAfterSeconds) {
-        answer.headers.emplace_back("Retry-After", std::to_string(*options_.retryAfterSeconds));
+      answer = errorAnswer(failStatus_, "service unavailable");
+      if (retryAfterSeconds_) {
+        answer.headers.emplace_back("Retry-After", std::to_string(*retryAfterSeconds_));
       }
     } else {
       answer = answerRequest(request, registry_);
     }
   }
   record(request);
+  if (inspector_) inspector_->requestAnswered(request, answer.status);
 }
 
 bool ReferenceService::failsForOutage(const RecordedRequest& request) {
   if (!request.path.starts_with("/tracker")) return false;
-  const bool fails =
-      trackingSeen_ < options_.failFirst || std::chrono::steady_clock::now() < downUntil_;
-  ++trackingSeen_;
+  const bool fails = failsLeft_ > 0 || std::chrono::steady_clock::now() < downUntil_;
+  if (failsLeft_ > 0) --failsLeft_;
   return fails;
 }
 

@@ -20,6 +20,9 @@
 // ({"nt":..,"nai":..,"k":..}). A key that is not in the registry answers 401 {"error":"unknown
 // application key"}.
 //
+// With `inspector` set, "/" also serves a live view of what arrives and of the registry, which it
+// can change (Inspector.h); its own requests are not recorded.
+//
 // With a fault mode (FaultServer.h) a raw-socket server takes the HTTP server's place: it reads and
 // records every request the same way, then answers it wrongly in that one way, on every path.
 //
@@ -67,6 +70,7 @@ class KeyRegistry {
   static KeyRegistry withDemoKey(const std::string& key);
 
   void set(const std::string& key, KeyAnswer answer) { answers_[key] = std::move(answer); }
+  const std::map<std::string, KeyAnswer>& entries() const { return answers_; }
   // The answer for `key`: its entry, or 401 for an unknown key.
   KeyAnswer answerFor(const std::string& key) const;
 
@@ -116,7 +120,19 @@ struct ReferenceServiceOptions {
   std::chrono::milliseconds downFor{0};
   int failStatus = 503;
   std::optional<long long> retryAfterSeconds;
+  // Serve the live inspector page and its routes (Inspector.h); ignored in a fault mode.
+  bool inspector = false;
 };
+
+// An outage of the tracking endpoints staged while the service runs, or what is left of one.
+struct Outage {
+  std::size_t failNext = 0;              // tracking requests still to fail
+  std::chrono::milliseconds downFor{0};  // from now
+  int failStatus = 503;
+  std::optional<long long> retryAfterSeconds;
+};
+
+class Inspector;
 
 class ReferenceService {
  public:
@@ -138,6 +154,13 @@ class ReferenceService {
   // Replaces the answer for one key while the service runs. Any thread.
   void setKeyAnswer(const std::string& key, KeyAnswer answer);
 
+  // Every key's answer. Any thread.
+  std::map<std::string, KeyAnswer> keyAnswers() const;
+  // Replaces the outage (the options' failFirst/downFor/failStatus/retryAfterSeconds), from now.
+  void stageOutage(const Outage& outage);
+  // What is left of the outage now. Any thread.
+  Outage outage() const;
+
   // Every request received so far, in arrival order. Any thread.
   std::vector<RecordedRequest> received() const;
   // How many requests were received so far (kept or not). Any thread.
@@ -154,6 +177,7 @@ class ReferenceService {
   ReferenceServiceOptions options_;
   std::unique_ptr<httplib::Server> server_;
   std::unique_ptr<FaultServer> faultServer_;  // instead of server_ when a fault mode is chosen
+  std::unique_ptr<Inspector> inspector_;      // with options_.inspector
   std::thread serverThread_;
   int port_ = -1;
 
@@ -162,8 +186,10 @@ class ReferenceService {
   KeyRegistry registry_;
   std::vector<RecordedRequest> received_;
   std::size_t receivedCount_ = 0;
-  std::size_t trackingSeen_ = 0;                     // guarded by mutex_
-  std::chrono::steady_clock::time_point downUntil_;  // set by start()
+  std::size_t failsLeft_ = 0;                        // guarded by mutex_
+  std::chrono::steady_clock::time_point downUntil_;  // guarded by mutex_; set by start()
+  int failStatus_ = 503;                             // guarded by mutex_
+  std::optional<long long> retryAfterSeconds_;       // guarded by mutex_
 };
 
 }  // namespace zelnora_tools

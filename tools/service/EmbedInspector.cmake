@@ -1,0 +1,18 @@
+# Writes the inspector's page, script and style sheet into one C++ file (cmake -P), so that the
+# program carries them: -DOUTPUT=file.cpp -DPAGE=index.html -DSCRIPT=page.js -DSTYLE=page.css
+set(text "// Generated from tools/service/inspector/ by EmbedInspector.cmake; do not edit.\n")
+string(APPEND text "#include \"InspectorAssets.h\"\n\nnamespace zelnora_tools::inspector_assets {\n")
+foreach(pair "kPage;${PAGE}" "kScript;${SCRIPT}" "kStyle;${STYLE}")
+  list(GET pair 0 name)
+  list(GET pair 1 path)
+  file(READ "${path}" content)
+  string(FIND "${content}" ")inspector\"" clash)
+  if(NOT clash EQUAL -1)
+    message(FATAL_ERROR "${path} holds the raw string's end marker )inspector\"")
+  endif()
+  string(APPEND text "extern const std::string_view ${name} = R\"inspector(${content})inspector\";\n")
+endforeach()
+string(APPEND text "}  // namespace zelnora_tools::inspector_assets\n")
+file(WRITE "${OUTPUT}.tmp" "${text}")
+file(COPY_FILE "${OUTPUT}.tmp" "${OUTPUT}" ONLY_IF_DIFFERENT)
+file(REMOVE "${OUTPUT}.tmp")
