@@ -40,6 +40,13 @@ bool isCorruption(int result) {
   return (result & 0xff) == SQLITE_CORRUPT || (result & 0xff) == SQLITE_NOTADB;
 }
 
+// A file SQLite opened but cannot use as our database: damaged, of an unknown format ("unsupported
+// file format" is a plain error), or holding tables our schema cannot take.
+bool isUnsoundFile(int result) {
+  return isCorruption(result) || (result & 0xff) == SQLITE_ERROR ||
+         (result & 0xff) == SQLITE_FORMAT;
+}
+
 // A statement prepared for one use; finalized when it goes out of scope.
 class Query {
  public:
@@ -112,11 +119,17 @@ class WriteTransaction {
   bool begun_ = false;
 };
 
-// Made 0600 before SQLite opens it, so that the -wal and -shm files get the same mode.
-bool preparePrivateFile(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return false;
-  const bool ok = ::fchmod(fd, 0600) == 0;
+// Made 0600 before SQLite opens it, so that the -wal and -shm files get the same mode. A symbolic
+// link or anything but a regular file in its place is never followed: `unsound` says so.
+bool preparePrivateFile(const std::string& path, bool& unsound) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  if (fd < 0) {
+    unsound = errno == ELOOP;
+    return false;
+  }
+  struct stat info {};
+  unsound = ::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode);
+  const bool ok = !unsound && ::fchmod(fd, 0600) == 0;
   ::close(fd);
   return ok;
 }
@@ -125,7 +138,7 @@ bool preparePrivateFile(const std::string& path) {
 // `corrupt` tells a damaged file apart from a failure to open at all (busy, no permission).
 sqlite3* openSoundDatabase(const std::string& path, bool& corrupt) {
   corrupt = false;
-  if (!preparePrivateFile(path)) return nullptr;
+  if (!preparePrivateFile(path, corrupt)) return nullptr;
   sqlite3* db = nullptr;
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
   if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) != SQLITE_OK) {
@@ -147,7 +160,7 @@ sqlite3* openSoundDatabase(const std::string& path, bool& corrupt) {
     if (checked == SQLITE_ROW && check.text(0) == "ok") return db;
     corrupt = checked == SQLITE_ROW || isCorruption(checked);
   } else {
-    corrupt = isCorruption(result);
+    corrupt = isUnsoundFile(result);
   }
   sqlite3_close_v2(db);
   return nullptr;

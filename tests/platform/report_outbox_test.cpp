@@ -2,6 +2,8 @@
 // holds claims back, and a damaged file is set aside instead of failing every report.
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -111,21 +113,46 @@ TEST_F(ReportOutboxTest, AFailedAttemptHoldsClaimsBackAndCountsTheFailure) {
   EXPECT_EQ(outbox->status().nextAttempt, 0);
 }
 
-TEST_F(ReportOutboxTest, ADamagedOutboxIsSetAsideAndAFreshOneKeepsReports) {
+// Each way a file can fail to be a sound outbox: it must be set aside (never followed, never
+// written through) and a fresh, private file must keep reports from then on.
+TEST_F(ReportOutboxTest, AnUnsoundOutboxFileIsSetAsideAndAFreshOneKeepsReports) {
   const std::string path = scratch_.path() + "/" + kGroup + ".outbox.db";
-  std::ofstream(path, std::ios::binary) << std::string(8192, 'x');
-  auto outbox = open();
-  ASSERT_TRUE(outbox);
-  EXPECT_EQ(outbox->append(platform::toBytes("kept"), 0, {}, 0), 0u);
-  EXPECT_EQ(outbox->status().count, 1u);
-  bool setAside = false;
-  for (const auto& entry : std::filesystem::directory_iterator(scratch_.path())) {
-    setAside |=
-        entry.path().filename().string().starts_with(std::string(kGroup) + ".outbox.db.corrupt-");
+  const std::string linkTarget = scratch_.write("notes.txt", "not a database");
+  const std::pair<const char*, std::function<void()>> cases[] = {
+      {"not a database", [&] { std::ofstream(path, std::ios::binary) << std::string(8192, 'x'); }},
+      {"schema format number damaged",
+       [&] {
+         store_->outbox(kGroup)->append(platform::toBytes("old"), 0, {}, 0);
+         store_ = platform::makeSqliteReportOutboxStore(scratch_.path());  // closes the file
+         std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+         file.seekp(44);
+         file.write("\x00\x00\x00\x63", 4);
+       }},
+      {"symbolic link to a text file", [&] { std::filesystem::create_symlink(linkTarget, path); }},
+  };
+  for (const auto& [name, damage] : cases) {
+    SCOPED_TRACE(name);
+    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path())) {
+      if (entry.path() != linkTarget) std::filesystem::remove(entry.path());
+    }
+    store_ = platform::makeSqliteReportOutboxStore(scratch_.path());
+    damage();
+    store_ = platform::makeSqliteReportOutboxStore(scratch_.path());
+    auto outbox = open();
+    ASSERT_TRUE(outbox);
+    EXPECT_EQ(outbox->append(platform::toBytes("kept"), 0, {}, 0), 0u);
+    EXPECT_EQ(outbox->status().count, 1u);
+    bool setAside = false;
+    for (const auto& entry : std::filesystem::directory_iterator(scratch_.path())) {
+      setAside |=
+          entry.path().filename().string().starts_with(std::string(kGroup) + ".outbox.db.corrupt-");
+    }
+    EXPECT_TRUE(setAside);
+    EXPECT_EQ(std::filesystem::symlink_status(path).permissions() & std::filesystem::perms::all,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    std::ifstream target(linkTarget);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(target), {}), "not a database");
   }
-  EXPECT_TRUE(setAside);
-  EXPECT_EQ(std::filesystem::status(path).permissions() & std::filesystem::perms::all,
-            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 }  // namespace

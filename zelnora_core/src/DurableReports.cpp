@@ -182,9 +182,7 @@ void DurableReports::runWorker() {
       lock.lock();
       delivering_ = false;
       if (again) {
-        nextLook_ = std::chrono::steady_clock::now() +
-                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                        std::chrono::duration<double>(*again));
+        nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
       }
     }
     changed_.notify_all();
@@ -224,7 +222,7 @@ std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
                                   std::uniform_real_distribution<double>(0, 1)(random)),
                    retryAfterSeconds(answer, failedAt).value_or(0));
       outbox->release(owner, failedAt + wait);
-      return std::max(wait, 0.001);
+      return wait;
     }
   }
 }

@@ -16,8 +16,11 @@ namespace {
 
 constexpr std::string_view kBodyStart = "{\"events\":[";
 constexpr std::string_view kBodyEnd = "]}";
-// A service asking for more than an hour is taken to mean an hour.
+// A service asking for more than an hour, in seconds or by a date, is taken to mean an hour.
 constexpr double kMaxRetryAfterSeconds = 3600;
+// The longest the delivery thread sleeps before it looks again; far beyond any back-off.
+constexpr double kMaxLookAgainSeconds = 24 * 3600.0;
+constexpr double kMinLookAgainSeconds = 0.001;
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
@@ -110,10 +113,21 @@ std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLRes
         })) {
       return std::min(std::strtod(value.c_str(), nullptr), kMaxRetryAfterSeconds);
     }
-    if (auto date = httpDateSeconds(value)) return std::max(0.0, *date - now);
+    if (auto date = httpDateSeconds(value)) {
+      return std::clamp(*date - now, 0.0, kMaxRetryAfterSeconds);
+    }
     return std::nullopt;
   }
   return std::nullopt;
+}
+
+std::chrono::steady_clock::time_point nextLookAt(std::chrono::steady_clock::time_point now,
+                                                 double seconds) {
+  // NaN compares false both ways and falls to the shortest wait.
+  const double wait = seconds > kMinLookAgainSeconds ? std::min(seconds, kMaxLookAgainSeconds)
+                                                     : kMinLookAgainSeconds;
+  return now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                   std::chrono::duration<double>(wait));
 }
 
 }  // namespace zelnora_core::detail

@@ -2,6 +2,7 @@
 // batched into one body, how long to wait before the next attempt.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -35,5 +36,9 @@ double backOffSeconds(int failedAttempts, double unit);
 // (IMF-fixdate, compared with `now`); absent when there is none or it cannot be read.
 std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLResponse>& response,
                                         double now);
+
+// When to look again at the outbox `seconds` from `now`: always after `now`, whatever the wait.
+std::chrono::steady_clock::time_point nextLookAt(std::chrono::steady_clock::time_point now,
+                                                 double seconds);
 
 }  // namespace zelnora_core::detail
