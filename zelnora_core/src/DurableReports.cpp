@@ -15,8 +15,6 @@
 #include "TrafficLog.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
-#include "zelnora_core/APIService.h"
-#include "zelnora_core/ZAManager.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace zelnora_core {
@@ -28,52 +26,19 @@ constexpr double kLeaseSeconds = 120;
 // How soon to look again at an outbox that holds reports but gave none (leased elsewhere).
 constexpr double kLookAgainSeconds = 1;
 
-using ObservedCompletion =
-    std::function<void(Outcome outcome, std::optional<platform::HTTPURLResponse> answer)>;
-
-// The API service's own steps (request, headers, dumps, classification), keeping the HTTP answer
-// that the service's completion drops on failure: its "Retry-After" says when to try again.
-void sendObserved(const APIRequest& request, ObservedCompletion done) {
-  std::optional<platform::URLRequest> urlRequest;
-  if (std::optional<platform::Url> url = request.url()) {
-    urlRequest = makeURLRequest(request, *url, ZAPreferencesUtil::getSdkConfig(),
-                                ZAPreferencesUtil::getCustomHeaders());
-  }
-  if (!urlRequest) {  // the service's own "Invalid URL" path
-    APIService::shared().request(
-        request, [done = std::move(done)](auto body, auto response, auto error) {
-          done(Outcome{std::move(body), std::move(response), std::move(error)}, std::nullopt);
-        });
-    return;
-  }
-  logRequest(*urlRequest);
-  platform::urlSession().dataTask(
-      std::move(*urlRequest),
-      [done = std::move(done)](std::optional<platform::Bytes> body,
-                               const std::optional<platform::URLResponse>& response,
-                               std::optional<platform::Error> error) {
-        std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
-        logResponse(http, body, error);
-        std::optional<platform::HTTPURLResponse> answer = http;
-        done(classifyOutcome(std::move(body), std::move(http), std::move(error)),
-             std::move(answer));
-      });
-}
-
 // Sends one batch and waits for its outcome (the worker's thread only).
-std::pair<Outcome, std::optional<platform::HTTPURLResponse>> exchange(const APIRequest& request) {
+Exchange exchangeAndWait(const APIRequest& request) {
   struct Pending {
     std::mutex mutex;
     std::condition_variable done;
-    std::optional<std::pair<Outcome, std::optional<platform::HTTPURLResponse>>> result;
+    std::optional<Exchange> result;
   };
   auto pending = std::make_shared<Pending>();
-  sendObserved(request,
-               [pending](Outcome outcome, std::optional<platform::HTTPURLResponse> answer) {
-                 std::lock_guard lock(pending->mutex);
-                 pending->result.emplace(std::move(outcome), std::move(answer));
-                 pending->done.notify_all();
-               });
+  exchange(request, [pending](Exchange finished) {
+    std::lock_guard lock(pending->mutex);
+    pending->result.emplace(std::move(finished));
+    pending->done.notify_all();
+  });
   std::unique_lock lock(pending->mutex);
   pending->done.wait(lock, [&] { return pending->result.has_value(); });
   return std::move(*pending->result);
@@ -97,21 +62,30 @@ DurableReports& DurableReports::shared() {
   return *instance;
 }
 
-void DurableReports::setEnabled(bool enabled) { enabled_.store(enabled); }
+void DurableReports::setEnabled(bool enabled, std::function<bool()> deliveryHeld) {
+  static std::once_flag observing;
+  std::call_once(observing, [] {
+    setExchangeObserver([](const Exchange& exchange) {
+      if (!exchange.outcome.error) shared().noteSuccessfulExchange();
+    });
+  });
+  {
+    std::lock_guard lock(mutex_);
+    deliveryHeld_ = std::move(deliveryHeld);
+  }
+  enabled_.store(enabled);
+}
 
-void DurableReports::send(const APIRequest& report) {
-  sendObserved(report,
-               [this, body = report.body(), sentAt = now()](
-                   const Outcome& outcome, const std::optional<platform::HTTPURLResponse>& answer) {
-                 if (!outcome.error) {
-                   noteSuccessfulExchange();
-                   return;
-                 }
-                 platform::printLine(outcome.error->localizedDescription());
-                 if (!body || !mayPassLater(*outcome.error)) return;
-                 const double keptAt = now();
-                 keep(*body, sentAt, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
-               });
+void DurableReports::send(platform::Bytes event) {
+  APIRequest report = trackingRequest(batchBody({event}));
+  exchange(report, [this, event = std::move(event), sentAt = now()](const Exchange& exchange) {
+    const std::optional<platform::Error>& error = exchange.outcome.error;
+    if (!error) return;
+    platform::printLine(error->localizedDescription());
+    if (!mayPassLater(*error)) return;
+    const double keptAt = now();
+    keep(event, sentAt, keptAt + retryAfterSeconds(exchange.answer, keptAt).value_or(0));
+  });
 }
 
 void DurableReports::noteSuccessfulExchange() {
@@ -134,12 +108,11 @@ bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
 }
 
-void DurableReports::keep(const platform::Bytes& body, double sentAt, double notBefore) {
-  std::optional<std::string_view> events = eventsText(body);
-  std::shared_ptr<platform::ReportOutbox> outbox = events ? sharedOutbox() : nullptr;
+void DurableReports::keep(const platform::Bytes& event, double sentAt, double notBefore) {
+  std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
   if (!outbox) return;
   std::optional<std::size_t> dropped =
-      outbox->append(platform::toBytes(*events), sentAt, platform::OutboxLimits{}, notBefore);
+      outbox->append(event, sentAt, platform::OutboxLimits{}, notBefore);
   if (dropped && *dropped > 0) {
     platform::printLine("Outbox full: dropped " + std::to_string(*dropped) + " oldest reports");
   }
@@ -192,7 +165,12 @@ void DurableReports::runWorker() {
 std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
   // The service's kill switch sheds load: a switched-off kit does not pour its backlog on it. The
   // reports stay kept for a start-up that finds the switch lifted.
-  if (ZAManager::sharedInstance().isDisabled()) return std::nullopt;
+  std::function<bool()> held;
+  {
+    std::lock_guard lock(mutex_);
+    held = deliveryHeld_;
+  }
+  if (held && held()) return std::nullopt;
   // Before initialize has stored the service's address there is nowhere to deliver to.
   if (!trackingRequest({}).url()) return std::nullopt;
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
@@ -208,7 +186,7 @@ std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
       if (status.count == 0) return std::nullopt;
       return std::max(status.nextAttempt - claimedAt, kLookAgainSeconds);
     }
-    auto [outcome, answer] = exchange(trackingRequest(batchBody(batch->reports)));
+    auto [outcome, answer] = exchangeAndWait(trackingRequest(batchBody(batch->reports)));
     if (!outcome.error) {
       outbox->complete(owner, batch->ids);
       ignoreBackOff = true;  // the service is back: the rest need not wait

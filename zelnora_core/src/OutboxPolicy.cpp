@@ -78,15 +78,6 @@ bool mayPassLater(const platform::Error& error) {
   return error.domain == "StatusCode" && (error.code >= 500 || error.code == 429);
 }
 
-std::optional<std::string_view> eventsText(const platform::Bytes& body) {
-  std::string_view text(reinterpret_cast<const char*>(body.data()), body.size());
-  if (!text.starts_with(kBodyStart) || !text.ends_with(kBodyEnd) ||
-      text.size() < kBodyStart.size() + kBodyEnd.size() + 2) {
-    return std::nullopt;  // also `{"events":[]}`: nothing to deliver
-  }
-  return text.substr(kBodyStart.size(), text.size() - kBodyStart.size() - kBodyEnd.size());
-}
-
 platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents) {
   platform::Bytes body(kBodyStart.begin(), kBodyStart.end());
   for (std::size_t i = 0; i < keptEvents.size(); ++i) {

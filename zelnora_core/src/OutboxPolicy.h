@@ -22,10 +22,6 @@ inline constexpr double kBackOffCapSeconds = 600;
 // all), a 5xx or a 429. Other answers would fail again.
 bool mayPassLater(const platform::Error& error);
 
-// The events of a report body `{"events":[E1,E2]}` as the text "E1,E2"; absent when the body does
-// not have that shape (so that a batch never carries something it cannot frame).
-std::optional<std::string_view> eventsText(const platform::Bytes& body);
-
 // One body `{"events":[...]}` holding the events of every kept report, in order.
 platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents);
 
