@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "APIServiceDetail.h"
+#include "OutboxLedger.h"
 #include "OutboxPolicy.h"
-#include "TrafficLog.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
@@ -21,10 +21,8 @@ namespace zelnora_core {
 namespace detail {
 namespace {
 
-// Longer than a request's 60 s time-out, so a lease never runs out under an exchange in flight.
-constexpr double kLeaseSeconds = 120;
 // How soon to look again at an outbox that holds reports but gave none (leased elsewhere).
-constexpr double kLookAgainSeconds = 1;
+constexpr Seconds kLookAgain{1};
 
 // Sends one batch and waits for its outcome (the worker's thread only).
 Exchange exchangeAndWait(const APIRequest& request) {
@@ -53,7 +51,14 @@ std::shared_ptr<platform::ReportOutbox> sharedOutbox() {
   return platform::reportOutboxes().outbox(ZAPreferencesUtil::appGroupSuiteName());
 }
 
-double now() { return platform::clock().timeIntervalSince1970(); }
+SystemTime now() {
+  return SystemTime(std::chrono::duration_cast<SystemTime::duration>(
+      Seconds(platform::clock().timeIntervalSince1970())));
+}
+
+double secondsSince1970(SystemTime time) {
+  return std::chrono::duration<double>(time.time_since_epoch()).count();
+}
 
 }  // namespace
 
@@ -83,8 +88,10 @@ void DurableReports::send(platform::Bytes event) {
     if (!error) return;
     platform::printLine(error->localizedDescription());
     if (!mayPassLater(*error)) return;
-    const double keptAt = now();
-    keep(event, sentAt, keptAt + retryAfterSeconds(exchange.answer, keptAt).value_or(0));
+    const SystemTime keptAt = now();
+    keep(event, sentAt,
+         keptAt + std::chrono::duration_cast<SystemTime::duration>(
+                      retryAfter(exchange.answer, keptAt).value_or(Seconds(0))));
   });
 }
 
@@ -98,9 +105,12 @@ void DurableReports::flush() {
 
 std::optional<ZAReportOutboxStatus> DurableReports::status() {
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
-  if (!outbox) return std::nullopt;
-  platform::OutboxStatus status = outbox->status();
-  return ZAReportOutboxStatus{status.count, status.oldest, status.nextAttempt};
+  std::optional<LedgerStatus> status = outbox ? OutboxLedger(*outbox).status() : std::nullopt;
+  if (!status) return std::nullopt;
+  ZAReportOutboxStatus answer{status->count, std::nullopt, 0};
+  if (status->oldest) answer.oldest = secondsSince1970(*status->oldest);
+  if (status->nextAttempt) answer.nextAttempt = secondsSince1970(*status->nextAttempt);
+  return answer;
 }
 
 bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
@@ -108,11 +118,10 @@ bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
 }
 
-void DurableReports::keep(const platform::Bytes& event, double sentAt, double notBefore) {
+void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore) {
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
   if (!outbox) return;
-  std::optional<std::size_t> dropped =
-      outbox->append(event, sentAt, platform::OutboxLimits{}, notBefore);
+  std::optional<std::size_t> dropped = OutboxLedger(*outbox).keep(event, sentAt, notBefore);
   if (dropped && *dropped > 0) {
     platform::printLine("Outbox full: dropped " + std::to_string(*dropped) + " oldest reports");
   }
@@ -151,7 +160,7 @@ void DurableReports::runWorker() {
     if (isEnabled()) {
       delivering_ = true;
       lock.unlock();
-      std::optional<double> again = deliverDue(ignoreBackOff);
+      std::optional<Seconds> again = deliverDue(ignoreBackOff);
       lock.lock();
       delivering_ = false;
       if (again) {
@@ -162,7 +171,7 @@ void DurableReports::runWorker() {
   }
 }
 
-std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
+std::optional<Seconds> DurableReports::deliverDue(bool ignoreBackOff) {
   // The service's kill switch sheds load: a switched-off kit does not pour its backlog on it. The
   // reports stay kept for a start-up that finds the switch lifted.
   std::function<bool()> held;
@@ -175,31 +184,33 @@ std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
   if (!trackingRequest({}).url()) return std::nullopt;
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
   if (!outbox) return std::nullopt;
-  const std::string owner = platform::outboxOwnerName();
+  OutboxLedger ledger(*outbox);
+  ClaimRequest request;
+  request.owner = platform::outboxOwnerName();
+  request.ignoreBackOff = ignoreBackOff;
   static std::mt19937_64 random{std::random_device{}()};  // the worker's thread only
   while (true) {
-    const double claimedAt = now();
-    std::optional<platform::OutboxBatch> batch = outbox->claim(
-        owner, claimedAt, kLeaseSeconds, kMaxBatchReports, kMaxBatchBytes, ignoreBackOff);
+    request.now = now();
+    std::optional<ClaimedBatch> batch = ledger.claim(request);
     if (!batch) {
-      platform::OutboxStatus status = outbox->status();
-      if (status.count == 0) return std::nullopt;
-      return std::max(status.nextAttempt - claimedAt, kLookAgainSeconds);
+      std::optional<LedgerStatus> status = ledger.status();
+      if (!status || status->count == 0) return std::nullopt;
+      return std::max<Seconds>(status->nextAttempt.value_or(request.now) - request.now, kLookAgain);
     }
     auto [outcome, answer] = exchangeAndWait(trackingRequest(batchBody(batch->reports)));
     if (!outcome.error) {
-      outbox->complete(owner, batch->ids);
-      ignoreBackOff = true;  // the service is back: the rest need not wait
+      ledger.complete(request.owner, batch->ids);
+      request.ignoreBackOff = true;  // the service is back: the rest need not wait
     } else if (!mayPassLater(*outcome.error)) {
       platform::printLine(outcome.error->localizedDescription());
-      outbox->discard(owner, batch->ids);
+      ledger.discard(request.owner, batch->ids);
     } else {
-      const double failedAt = now();
-      const double wait =
-          std::max(backOffSeconds(batch->failedAttempts,
-                                  std::uniform_real_distribution<double>(0, 1)(random)),
-                   retryAfterSeconds(answer, failedAt).value_or(0));
-      outbox->release(owner, failedAt + wait);
+      const SystemTime failedAt = now();
+      const Seconds wait = std::max(
+          backOff(batch->failedAttempts, std::uniform_real_distribution<double>(0, 1)(random)),
+          retryAfter(answer, failedAt).value_or(Seconds(0)));
+      ledger.release(request.owner,
+                     failedAt + std::chrono::duration_cast<SystemTime::duration>(wait));
       return wait;
     }
   }

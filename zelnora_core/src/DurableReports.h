@@ -11,7 +11,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/ReportOutbox.h"
+#include "OutboxLedger.h"
+#include "OutboxPolicy.h"
 #include "zelnora_core/APIRequest.h"
 #include "zelnora_core/ZAReportOutbox.h"
 
@@ -41,11 +42,11 @@ class DurableReports {
   DurableReports() = default;
   // `sentAt`, the time of the report's own call, orders kept reports: completions arrive in any
   // order.
-  void keep(const platform::Bytes& event, double sentAt, double notBefore);
+  void keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore);
   void wake(bool ignoreBackOff);
   void runWorker();
   // Delivers due batches until none is left or one fails; when to look again (seconds), if at all.
-  std::optional<double> deliverDue(bool ignoreBackOff);
+  std::optional<Seconds> deliverDue(bool ignoreBackOff);
 
   std::atomic<bool> enabled_{false};
   std::mutex mutex_;

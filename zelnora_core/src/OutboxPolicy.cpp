@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -10,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+
+#include "platform/internal/HttpText.h"
 
 namespace zelnora_core::detail {
 namespace {
@@ -21,13 +22,6 @@ constexpr double kMaxRetryAfterSeconds = 3600;
 // The longest the delivery thread sleeps before it looks again; far beyond any back-off.
 constexpr double kMaxLookAgainSeconds = 24 * 3600.0;
 constexpr double kMinLookAgainSeconds = 0.001;
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
-}
 
 // Reads exactly `width` digits at `at` and the `separator` after them, moving past both. On
 // failure `at` stays put, so it never passes the end of `text`.
@@ -88,24 +82,24 @@ platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents) {
   return body;
 }
 
-double backOffSeconds(int failedAttempts, double unit) {
-  const double ceiling = std::min(
-      kBackOffCapSeconds, kBackOffBaseSeconds * std::exp2(std::clamp(failedAttempts, 0, 30)));
+Seconds backOff(int failedAttempts, double unit) {
+  const Seconds ceiling =
+      std::min(kBackOffCap, kBackOffBase * std::exp2(std::clamp(failedAttempts, 0, 30)));
   return std::clamp(unit, 0.0, 1.0) * ceiling;
 }
 
-std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLResponse>& response,
-                                        double now) {
+std::optional<Seconds> retryAfter(const std::optional<platform::HTTPURLResponse>& response,
+                                  std::chrono::system_clock::time_point now) {
   if (!response) return std::nullopt;
   for (const auto& [name, value] : response->allHeaderFields) {
-    if (!equalsIgnoringCase(name, "Retry-After")) continue;
-    if (!value.empty() && std::all_of(value.begin(), value.end(), [](char c) {
-          return std::isdigit(static_cast<unsigned char>(c)) != 0;
-        })) {
-      return std::min(std::strtod(value.c_str(), nullptr), kMaxRetryAfterSeconds);
+    if (!platform::http::equalsIgnoringCase(name, "Retry-After")) continue;
+    if (!value.empty() &&
+        std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+      return Seconds(std::min(std::strtod(value.c_str(), nullptr), kMaxRetryAfterSeconds));
     }
     if (auto date = httpDateSeconds(value)) {
-      return std::clamp(*date - now, 0.0, kMaxRetryAfterSeconds);
+      const double since1970 = std::chrono::duration<double>(now.time_since_epoch()).count();
+      return Seconds(std::clamp(*date - since1970, 0.0, kMaxRetryAfterSeconds));
     }
     return std::nullopt;
   }
@@ -113,12 +107,12 @@ std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLRes
 }
 
 std::chrono::steady_clock::time_point nextLookAt(std::chrono::steady_clock::time_point now,
-                                                 double seconds) {
+                                                 Seconds wait) {
   // NaN compares false both ways and falls to the shortest wait.
-  const double wait = seconds > kMinLookAgainSeconds ? std::min(seconds, kMaxLookAgainSeconds)
-                                                     : kMinLookAgainSeconds;
-  return now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                   std::chrono::duration<double>(wait));
+  const double seconds = wait.count() > kMinLookAgainSeconds
+                             ? std::min(wait.count(), kMaxLookAgainSeconds)
+                             : kMinLookAgainSeconds;
+  return now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(Seconds(seconds));
 }
 
 }  // namespace zelnora_core::detail
