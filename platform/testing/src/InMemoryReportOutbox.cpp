@@ -1,6 +1,5 @@
 // An in-memory outbox: one transaction at a time works on a copy and commits by swapping it in.
 #include <algorithm>
-#include <tuple>
 
 #include "platform/testing/FakePlatform.h"
 
@@ -22,8 +21,7 @@ class Transaction final : public ReportOutboxTransaction {
   }
   std::vector<StoredReport> oldest(std::size_t limit) override {
     std::vector<StoredReport> sorted = contents.reports;
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const auto& a, const auto& b) { return a.keptAt < b.keptAt; });
+    std::ranges::stable_sort(sorted, {}, &StoredReport::keptAt);
     sorted.resize(std::min(limit, sorted.size()));
     return sorted;
   }
@@ -36,9 +34,8 @@ class Transaction final : public ReportOutboxTransaction {
     return totals;
   }
   void remove(const std::vector<std::int64_t>& ids) override {
-    std::erase_if(contents.reports, [&](const StoredReport& report) {
-      return std::find(ids.begin(), ids.end(), report.id) != ids.end();
-    });
+    std::erase_if(contents.reports,
+                  [&](auto& report) { return std::ranges::count(ids, report.id); });
   }
   std::string state() override { return contents.state; }
   void setState(const std::string& state) override { contents.state = state; }
