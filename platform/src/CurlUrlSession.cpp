@@ -557,6 +557,16 @@ class CurlUrlSession final : public URLSession {
     curl_multi_wakeup(multi_);
   }
 
+  void post(std::function<void()> completion) override {
+    {
+      std::lock_guard lock(mutex_);
+      const std::uint64_t ticket = nextTicket_++;
+      unfinished_.insert(ticket);
+      posted_.emplace_back(ticket, std::move(completion));
+    }
+    curl_multi_wakeup(multi_);
+  }
+
   bool waitUntilIdle(std::chrono::milliseconds limit) override {
     std::unique_lock lock(mutex_);
     const std::uint64_t horizon = nextTicket_;
@@ -578,6 +588,7 @@ class CurlUrlSession final : public URLSession {
 
   void runWorker() {
     for (;;) {
+      runPosted();
       admitQueued();
       int running = 0;
       curl_multi_perform(multi_, &running);
@@ -700,6 +711,27 @@ class CurlUrlSession final : public URLSession {
     return static_cast<int>(std::clamp<std::int64_t>(wait, 0, kIdlePollMs));
   }
 
+  void runPosted() {
+    std::deque<std::pair<std::uint64_t, std::function<void()>>> posted;
+    {
+      std::lock_guard lock(mutex_);
+      posted.swap(posted_);
+    }
+    for (auto& [ticket, completion] : posted) {
+      try {
+        completion();
+      } catch (...) {
+        // As with a task's completion: the worker outlives a throwing callback.
+      }
+      completion = nullptr;
+      {
+        std::lock_guard lock(mutex_);
+        unfinished_.erase(ticket);
+      }
+      settled_.notify_all();
+    }
+  }
+
   // Frees the transfer, runs its completion once, then lets waiters see it finished.
   void finish(std::unique_ptr<Transfer> transfer, std::optional<Bytes> body,
               std::optional<URLResponse> response, std::optional<Error> error) {
@@ -726,8 +758,9 @@ class CurlUrlSession final : public URLSession {
   std::condition_variable settled_;               // a completion has returned
   std::deque<std::unique_ptr<Transfer>> queued_;  // guarded by mutex_
   std::set<std::uint64_t> unfinished_;            // guarded by mutex_: tickets not yet completed
-  std::uint64_t nextTicket_ = 0;                  // guarded by mutex_
-  std::vector<Transfer*> running_;                // worker thread only: transfers curl runs
+  std::deque<std::pair<std::uint64_t, std::function<void()>>> posted_;  // guarded by mutex_
+  std::uint64_t nextTicket_ = 0;                                        // guarded by mutex_
+  std::vector<Transfer*> running_;  // worker thread only: transfers curl runs
 };
 
 }  // namespace

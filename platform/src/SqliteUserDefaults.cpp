@@ -24,6 +24,7 @@
 #include "AppGroupContainer.h"
 #include "LinuxProviders.h"
 #include "PlistCodec.h"
+#include "SqliteFile.h"
 #include "platform/PropertyListReader.h"
 #include "platform/UserDefaults.h"
 
@@ -62,37 +63,11 @@ bool createPrivateDirectories(const std::string& path) {
 
 namespace {
 
-constexpr int kBusyTimeoutMilliseconds = 5000;
 constexpr std::size_t kMaxSuiteNameLength = 200;
 
 bool isSafeSuiteName(std::string_view name) {
   return !name.empty() && name.size() <= kMaxSuiteNameLength && name != "." && name != ".." &&
          name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
-}
-
-// A -wal or -shm file left from before is made 0600 through a descriptor that never follows a
-// symbolic link. A link planted in its place is removed (SQLite would write through it); SQLite
-// then creates the file afresh with the database file's mode.
-void makeCompanionPrivate(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) {
-    if (errno == ELOOP) ::unlink(path.c_str());
-    return;
-  }
-  struct stat info {};
-  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) ::fchmod(fd, 0600);
-  ::close(fd);
-}
-
-// Creates the database file 0600 before SQLite sees it: SQLite gives the -wal and -shm files the
-// mode of the database file, so all three stay private whatever the umask.
-bool preparePrivateFile(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return false;
-  const bool ok = ::fchmod(fd, 0600) == 0;
-  ::close(fd);
-  for (const char* suffix : {"-wal", "-shm"}) makeCompanionPrivate(path + suffix);
-  return ok;
 }
 
 // A prepared statement borrowed from its suite's cache for one use: compiling the SQL each time
@@ -183,9 +158,11 @@ class WalIndexHeader {
     Reading second{};
     // A writer fills the second copy, then the first; reading in the other order and comparing
     // catches a write in progress (the same protocol SQLite's own readers follow).
-    for (std::size_t i = 0; i < kWords; ++i) first[i] = load(i);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    for (std::size_t i = 0; i < kWords; ++i) second[i] = load(kWords + i);
+    // Acquire loads keep the second copy's reads after the first's (ThreadSanitizer does not
+    // model a stand-alone fence).
+    for (std::size_t i = 0; i < kWords; ++i) first[i] = load(i, std::memory_order_acquire);
+    for (std::size_t i = 0; i < kWords; ++i)
+      second[i] = load(kWords + i, std::memory_order_relaxed);
     constexpr std::size_t kIsInitByte = 12;
     if (first != second || reinterpret_cast<const unsigned char*>(first.data())[kIsInitByte] == 0) {
       return std::nullopt;
@@ -194,8 +171,8 @@ class WalIndexHeader {
   }
 
  private:
-  std::uint32_t load(std::size_t word) const {
-    return std::atomic_ref<std::uint32_t>(header_[word]).load(std::memory_order_relaxed);
+  std::uint32_t load(std::size_t word, std::memory_order order) const {
+    return std::atomic_ref<std::uint32_t>(header_[word]).load(order);
   }
 
   std::uint32_t* header_ = nullptr;
@@ -215,56 +192,18 @@ bool isInWalMode(sqlite3* db) {
   return wal;
 }
 
-sqlite3* openDatabase(const std::string& path) {
-  if (!preparePrivateFile(path)) return nullptr;
-  sqlite3* db = nullptr;
-  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
-  if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) != SQLITE_OK) {
-    sqlite3_close_v2(db);
-    return nullptr;
-  }
-  sqlite3_busy_timeout(db, kBusyTimeoutMilliseconds);
-  const char* setup =
-      "PRAGMA journal_mode=WAL;"
-      "PRAGMA synchronous=NORMAL;"
-      "CREATE TABLE IF NOT EXISTS entries (key TEXT PRIMARY KEY, value BLOB);";
-  // Switching to WAL and WAL recovery after another process was killed can answer SQLITE_BUSY
-  // without going through the busy handler: retry for as long as the busy time-out would wait.
-  const auto deadline =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMilliseconds);
-  int result = sqlite3_exec(db, setup, nullptr, nullptr, nullptr);
-  while ((result & 0xff) == SQLITE_BUSY && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    result = sqlite3_exec(db, setup, nullptr, nullptr, nullptr);
-  }
-  if (result != SQLITE_OK) {
-    sqlite3_close_v2(db);
-    return nullptr;
-  }
-  return db;
-}
-
-// Counts the fork()s this process came out of as a child: cheaper to compare than getpid(), a
-// system call that every suite operation would otherwise make.
-std::atomic<unsigned> forkGeneration{1};
-
-unsigned currentForkGeneration() {
-  static std::once_flag registered;
-  std::call_once(registered,
-                 [] { ::pthread_atfork(nullptr, nullptr, [] { forkGeneration.fetch_add(1); }); });
-  return forkGeneration.load(std::memory_order_relaxed);
-}
-
 // One suite: one connection per process, used under a mutex. A child process after fork() must
 // not touch its parent's connection (closing it could drop the parent's locks), so it leaves it
 // alone and opens its own.
 class SqliteSuite final : public UserDefaultsSuite {
  public:
-  explicit SqliteSuite(std::string path) : path_(std::move(path)) {}
+  explicit SqliteSuite(std::string path)
+      : connection_(std::move(path),
+                    "CREATE TABLE IF NOT EXISTS entries (key TEXT PRIMARY KEY, value BLOB);",
+                    detail::WhenUnsound::fail) {}
   ~SqliteSuite() override {
-    if (db_ == nullptr || openedIn_ != currentForkGeneration()) return;
+    if (!connection_.isThisProcess()) return;
     for (sqlite3_stmt* statement : statements_) sqlite3_finalize(statement);
-    sqlite3_close_v2(db_);
   }
 
   // True when this process has an open connection (opening one if needed).
@@ -344,21 +283,18 @@ class SqliteSuite final : public UserDefaultsSuite {
     cachedAt_.reset();
   }
 
+  // This process's connection; its statements and cache start afresh with every new connection
+  // (a child after fork() leaves the parent's statements alone).
   sqlite3* connection() {
-    const unsigned generation = currentForkGeneration();
-    if (openedIn_ != generation) {
-      // The parent's connection and statements, if any, are the parent's to close.
-      db_ = nullptr;
+    sqlite3* db = connection_.get();
+    if (db != preparedFor_) {
       statements_.fill(nullptr);
       walIndex_.detach();
       forgetCache();
-      openedIn_ = generation;
+      preparedFor_ = db;
+      if (db != nullptr && isInWalMode(db)) walIndex_.attach(db);
     }
-    if (db_ == nullptr) {
-      db_ = openDatabase(path_);
-      if (db_ != nullptr && isInWalMode(db_)) walIndex_.attach(db_);
-    }
-    return db_;
+    return db;
   }
 
   // The cached statement of that kind on this process's connection; null when there is none.
@@ -372,12 +308,11 @@ class SqliteSuite final : public UserDefaultsSuite {
     return slot;
   }
 
-  const std::string path_;
   std::mutex mutex_;
-  sqlite3* db_ = nullptr;  // guarded by mutex_
-  unsigned openedIn_ = 0;  // guarded by mutex_: the fork generation db_ belongs to
-  std::array<sqlite3_stmt*, kStatementKinds> statements_{};  // guarded by mutex_, of db_
-  WalIndexHeader walIndex_;                                  // guarded by mutex_, of db_
+  detail::SqliteConnection connection_;  // guarded by mutex_
+  sqlite3* preparedFor_ = nullptr;       // guarded by mutex_: the connection of statements_
+  std::array<sqlite3_stmt*, kStatementKinds> statements_{};  // guarded by mutex_
+  WalIndexHeader walIndex_;                                  // guarded by mutex_
   // Values read at the committed state cachedAt_ (absent values too); guarded by mutex_.
   std::optional<WalIndexHeader::Reading> cachedAt_;
   std::map<std::string, std::optional<PropertyValue>, std::less<>> cache_;

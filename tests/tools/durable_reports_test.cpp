@@ -1,6 +1,6 @@
 // Durable reports end to end: real zelnora-host processes (the app and its extension) sharing one
 // data directory, against the reference service, down and then up.
-#include <ctime>
+#include <chrono>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -144,7 +144,9 @@ TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextPro
     auto outbox =
         platform::makeSqliteReportOutboxStore(data_ + "/zelnora/app-groups")->outbox(kGroup);
     ASSERT_TRUE(outbox);
-    outbox->append(platform::Bytes(999'900, 'x'), static_cast<double>(std::time(nullptr)), {}, 0);
+    outbox->transact([](platform::ReportOutboxTransaction& kept) {
+      return kept.append(platform::Bytes(999'900, 'x'), std::chrono::system_clock::now());
+    });
   }
   service_->stop();
   ChildResult offline = sendWhileDown("e", 60);

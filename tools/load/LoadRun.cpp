@@ -41,6 +41,7 @@ class ClampingSession final : public platform::URLSession {
     request.timeoutInterval = std::min(request.timeoutInterval, limit_);
     inner_.dataTask(std::move(request), std::move(completion));
   }
+  void post(std::function<void()> completion) override { inner_.post(std::move(completion)); }
   bool waitUntilIdle(std::chrono::milliseconds limit) override {
     return inner_.waitUntilIdle(limit);
   }

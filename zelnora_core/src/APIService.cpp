@@ -1,10 +1,10 @@
 #include "zelnora_core/APIService.h"
 
+#include <atomic>
 #include <string>
 #include <utility>
 
 #include "APIServiceDetail.h"
-#include "DurableReports.h"
 #include "TrafficLog.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
@@ -22,22 +22,22 @@ std::string hostFieldValue(const std::string& host) {
   return host.find(':') == std::string::npos ? host : "[" + host + "]";
 }
 
+std::atomic<detail::ExchangeObserver> exchangeObserver{nullptr};
+
+void announce(const detail::Exchange& exchange) {
+  if (detail::ExchangeObserver observer = exchangeObserver.load()) observer(exchange);
+}
+
 // A request that cannot be formed sends nothing, yet its completion runs like every other one:
-// once, on the session's queue (never inside the caller's call), and covered by waitUntilIdle.
-// The session is handed a request in a scheme no transport speaks, which it fails at once without
-// any I/O; the handler reports the kit's own error instead of the session's.
-void completeWithInvalidUrl(APICompletion completion) {
+// once, on the session's thread (never inside the caller's call), and covered by waitUntilIdle.
+void completeWithInvalidUrl(detail::ExchangeCompletion done) {
   platform::printLine("Invalid URL");
-  static const std::optional<platform::Url> unsendable =
-      platform::Url::parse("zelnora-unsent://invalid/");
-  auto complete = [completion = std::move(completion)](auto&&...) {
-    completion(std::nullopt, std::nullopt, detail::invalidUrlError());
-  };
-  if (!unsendable) {
-    complete();  // only if the URL parser rejected the constant: late is better than never
-    return;
-  }
-  platform::urlSession().dataTask(platform::URLRequest(*unsendable), std::move(complete));
+  platform::urlSession().post([done = std::move(done)] {
+    detail::Exchange exchange{{std::nullopt, std::nullopt, detail::invalidUrlError()},
+                              std::nullopt};
+    announce(exchange);
+    done(std::move(exchange));
+  });
 }
 
 }  // namespace
@@ -48,33 +48,42 @@ APIService& APIService::shared() {
 }
 
 void APIService::request(const APIRequest& request, APICompletion completion) {
-  if (!completion) completion = [](auto&&...) {};
-  std::optional<platform::Url> url = request.url();
-  std::optional<platform::URLRequest> urlRequest;
-  if (url) {
-    urlRequest = detail::makeURLRequest(request, *url, ZAPreferencesUtil::getSdkConfig(),
-                                        ZAPreferencesUtil::getCustomHeaders());
-  }
-  if (!urlRequest) {
-    completeWithInvalidUrl(std::move(completion));
-    return;
-  }
-  detail::logRequest(*urlRequest);
-  platform::urlSession().dataTask(
-      std::move(*urlRequest),
-      [completion = std::move(completion)](std::optional<platform::Bytes> body,
-                                           const std::optional<platform::URLResponse>& response,
-                                           std::optional<platform::Error> error) {
-        std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
-        detail::logResponse(http, body, error);
-        detail::Outcome outcome =
-            detail::classifyOutcome(std::move(body), std::move(http), std::move(error));
-        if (!outcome.error) detail::DurableReports::shared().noteSuccessfulExchange();
-        completion(std::move(outcome.body), std::move(outcome.response), std::move(outcome.error));
-      });
+  detail::exchange(request, [completion = std::move(completion)](detail::Exchange exchange) {
+    if (!completion) return;
+    detail::Outcome& outcome = exchange.outcome;
+    completion(std::move(outcome.body), std::move(outcome.response), std::move(outcome.error));
+  });
 }
 
 namespace detail {
+
+void setExchangeObserver(ExchangeObserver observer) { exchangeObserver.store(observer); }
+
+void exchange(const APIRequest& request, ExchangeCompletion done) {
+  std::optional<platform::Url> url = request.url();
+  std::optional<platform::URLRequest> urlRequest;
+  if (url) {
+    urlRequest = makeURLRequest(request, *url, ZAPreferencesUtil::getSdkConfig(),
+                                ZAPreferencesUtil::getCustomHeaders());
+  }
+  if (!urlRequest) {
+    completeWithInvalidUrl(std::move(done));
+    return;
+  }
+  logRequest(*urlRequest);
+  platform::urlSession().dataTask(std::move(*urlRequest), [done = std::move(done)](
+                                                              std::optional<platform::Bytes> body,
+                                                              const std::optional<
+                                                                  platform::URLResponse>& response,
+                                                              std::optional<platform::Error>
+                                                                  error) {
+    std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
+    logResponse(http, body, error);
+    Exchange exchange{classifyOutcome(std::move(body), http, std::move(error)), std::move(http)};
+    announce(exchange);
+    done(std::move(exchange));
+  });
+}
 
 platform::Error invalidUrlError() {
   return platform::Error{platform::kURLErrorDomain, platform::kURLErrorBadURL, std::nullopt};

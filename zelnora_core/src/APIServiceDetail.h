@@ -2,6 +2,7 @@
 // with the kit's header set, and classifying a finished exchange into the completion's arguments.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -39,5 +40,24 @@ struct Outcome {
 Outcome classifyOutcome(std::optional<platform::Bytes> body,
                         std::optional<platform::HTTPURLResponse> response,
                         std::optional<platform::Error> error);
+
+// One finished exchange: the outcome the public completion receives, and the HTTP answer as it
+// came, kept even when the outcome is a failure (its "Retry-After" says when to try again).
+struct Exchange {
+  Outcome outcome;
+  std::optional<platform::HTTPURLResponse> answer;
+};
+using ExchangeCompletion = std::function<void(Exchange exchange)>;
+
+// The one exchange step of the kit: forms the request (see makeURLRequest), dumps it and its
+// answer, classifies the outcome, announces it to the observer, then runs `done` once on the
+// network thread. A request that cannot be formed prints "Invalid URL" and completes with
+// invalidUrlError(), on the network thread too. Any thread; returns at once.
+void exchange(const APIRequest& request, ExchangeCompletion done);
+
+// Called on the network thread with every finished exchange before its own completion runs. Set
+// it once, before the exchanges it should see; never null after that.
+using ExchangeObserver = void (*)(const Exchange& exchange);
+void setExchangeObserver(ExchangeObserver observer);
 
 }  // namespace zelnora_core::detail

@@ -11,69 +11,32 @@
 #include <utility>
 
 #include "APIServiceDetail.h"
+#include "OutboxLedger.h"
 #include "OutboxPolicy.h"
-#include "TrafficLog.h"
 #include "platform/Console.h"
 #include "platform/Services.h"
-#include "zelnora_core/APIService.h"
-#include "zelnora_core/ZAManager.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace zelnora_core {
 namespace detail {
 namespace {
 
-// Longer than a request's 60 s time-out, so a lease never runs out under an exchange in flight.
-constexpr double kLeaseSeconds = 120;
 // How soon to look again at an outbox that holds reports but gave none (leased elsewhere).
-constexpr double kLookAgainSeconds = 1;
-
-using ObservedCompletion =
-    std::function<void(Outcome outcome, std::optional<platform::HTTPURLResponse> answer)>;
-
-// The API service's own steps (request, headers, dumps, classification), keeping the HTTP answer
-// that the service's completion drops on failure: its "Retry-After" says when to try again.
-void sendObserved(const APIRequest& request, ObservedCompletion done) {
-  std::optional<platform::URLRequest> urlRequest;
-  if (std::optional<platform::Url> url = request.url()) {
-    urlRequest = makeURLRequest(request, *url, ZAPreferencesUtil::getSdkConfig(),
-                                ZAPreferencesUtil::getCustomHeaders());
-  }
-  if (!urlRequest) {  // the service's own "Invalid URL" path
-    APIService::shared().request(
-        request, [done = std::move(done)](auto body, auto response, auto error) {
-          done(Outcome{std::move(body), std::move(response), std::move(error)}, std::nullopt);
-        });
-    return;
-  }
-  logRequest(*urlRequest);
-  platform::urlSession().dataTask(
-      std::move(*urlRequest),
-      [done = std::move(done)](std::optional<platform::Bytes> body,
-                               const std::optional<platform::URLResponse>& response,
-                               std::optional<platform::Error> error) {
-        std::optional<platform::HTTPURLResponse> http = platform::asHTTPURLResponse(response);
-        logResponse(http, body, error);
-        std::optional<platform::HTTPURLResponse> answer = http;
-        done(classifyOutcome(std::move(body), std::move(http), std::move(error)),
-             std::move(answer));
-      });
-}
+constexpr Seconds kLookAgain{1};
 
 // Sends one batch and waits for its outcome (the worker's thread only).
-std::pair<Outcome, std::optional<platform::HTTPURLResponse>> exchange(const APIRequest& request) {
+Exchange exchangeAndWait(const APIRequest& request) {
   struct Pending {
     std::mutex mutex;
     std::condition_variable done;
-    std::optional<std::pair<Outcome, std::optional<platform::HTTPURLResponse>>> result;
+    std::optional<Exchange> result;
   };
   auto pending = std::make_shared<Pending>();
-  sendObserved(request,
-               [pending](Outcome outcome, std::optional<platform::HTTPURLResponse> answer) {
-                 std::lock_guard lock(pending->mutex);
-                 pending->result.emplace(std::move(outcome), std::move(answer));
-                 pending->done.notify_all();
-               });
+  exchange(request, [pending](Exchange finished) {
+    std::lock_guard lock(pending->mutex);
+    pending->result.emplace(std::move(finished));
+    pending->done.notify_all();
+  });
   std::unique_lock lock(pending->mutex);
   pending->done.wait(lock, [&] { return pending->result.has_value(); });
   return std::move(*pending->result);
@@ -88,7 +51,14 @@ std::shared_ptr<platform::ReportOutbox> sharedOutbox() {
   return platform::reportOutboxes().outbox(ZAPreferencesUtil::appGroupSuiteName());
 }
 
-double now() { return platform::clock().timeIntervalSince1970(); }
+SystemTime now() {
+  return SystemTime(std::chrono::duration_cast<SystemTime::duration>(
+      Seconds(platform::clock().timeIntervalSince1970())));
+}
+
+double secondsSince1970(SystemTime time) {
+  return std::chrono::duration<double>(time.time_since_epoch()).count();
+}
 
 }  // namespace
 
@@ -97,21 +67,32 @@ DurableReports& DurableReports::shared() {
   return *instance;
 }
 
-void DurableReports::setEnabled(bool enabled) { enabled_.store(enabled); }
+void DurableReports::setEnabled(bool enabled, std::function<bool()> deliveryHeld) {
+  static std::once_flag observing;
+  std::call_once(observing, [] {
+    setExchangeObserver([](const Exchange& exchange) {
+      if (!exchange.outcome.error) shared().noteSuccessfulExchange();
+    });
+  });
+  {
+    std::lock_guard lock(mutex_);
+    deliveryHeld_ = std::move(deliveryHeld);
+  }
+  enabled_.store(enabled);
+}
 
-void DurableReports::send(const APIRequest& report) {
-  sendObserved(report,
-               [this, body = report.body(), sentAt = now()](
-                   const Outcome& outcome, const std::optional<platform::HTTPURLResponse>& answer) {
-                 if (!outcome.error) {
-                   noteSuccessfulExchange();
-                   return;
-                 }
-                 platform::printLine(outcome.error->localizedDescription());
-                 if (!body || !mayPassLater(*outcome.error)) return;
-                 const double keptAt = now();
-                 keep(*body, sentAt, keptAt + retryAfterSeconds(answer, keptAt).value_or(0));
-               });
+void DurableReports::send(platform::Bytes event) {
+  APIRequest report = trackingRequest(batchBody({event}));
+  exchange(report, [this, event = std::move(event), sentAt = now()](const Exchange& exchange) {
+    const std::optional<platform::Error>& error = exchange.outcome.error;
+    if (!error) return;
+    platform::printLine(error->localizedDescription());
+    if (!mayPassLater(*error)) return;
+    const SystemTime keptAt = now();
+    keep(event, sentAt,
+         keptAt + std::chrono::duration_cast<SystemTime::duration>(
+                      retryAfter(exchange.answer, keptAt).value_or(Seconds(0))));
+  });
 }
 
 void DurableReports::noteSuccessfulExchange() {
@@ -124,9 +105,12 @@ void DurableReports::flush() {
 
 std::optional<ZAReportOutboxStatus> DurableReports::status() {
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
-  if (!outbox) return std::nullopt;
-  platform::OutboxStatus status = outbox->status();
-  return ZAReportOutboxStatus{status.count, status.oldest, status.nextAttempt};
+  std::optional<LedgerStatus> status = outbox ? OutboxLedger(*outbox).status() : std::nullopt;
+  if (!status) return std::nullopt;
+  ZAReportOutboxStatus answer{status->count, std::nullopt, 0};
+  if (status->oldest) answer.oldest = secondsSince1970(*status->oldest);
+  if (status->nextAttempt) answer.nextAttempt = secondsSince1970(*status->nextAttempt);
+  return answer;
 }
 
 bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
@@ -134,12 +118,10 @@ bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
 }
 
-void DurableReports::keep(const platform::Bytes& body, double sentAt, double notBefore) {
-  std::optional<std::string_view> events = eventsText(body);
-  std::shared_ptr<platform::ReportOutbox> outbox = events ? sharedOutbox() : nullptr;
+void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore) {
+  std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
   if (!outbox) return;
-  std::optional<std::size_t> dropped =
-      outbox->append(platform::toBytes(*events), sentAt, platform::OutboxLimits{}, notBefore);
+  std::optional<std::size_t> dropped = OutboxLedger(*outbox).keep(event, sentAt, notBefore);
   if (dropped && *dropped > 0) {
     platform::printLine("Outbox full: dropped " + std::to_string(*dropped) + " oldest reports");
   }
@@ -178,53 +160,58 @@ void DurableReports::runWorker() {
     if (isEnabled()) {
       delivering_ = true;
       lock.unlock();
-      std::optional<double> again = deliverDue(ignoreBackOff);
+      std::optional<Seconds> again = deliverDue(ignoreBackOff);
       lock.lock();
       delivering_ = false;
       if (again) {
-        nextLook_ = std::chrono::steady_clock::now() +
-                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                        std::chrono::duration<double>(*again));
+        nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
       }
     }
     changed_.notify_all();
   }
 }
 
-std::optional<double> DurableReports::deliverDue(bool ignoreBackOff) {
+std::optional<Seconds> DurableReports::deliverDue(bool ignoreBackOff) {
   // The service's kill switch sheds load: a switched-off kit does not pour its backlog on it. The
   // reports stay kept for a start-up that finds the switch lifted.
-  if (ZAManager::sharedInstance().isDisabled()) return std::nullopt;
+  std::function<bool()> held;
+  {
+    std::lock_guard lock(mutex_);
+    held = deliveryHeld_;
+  }
+  if (held && held()) return std::nullopt;
   // Before initialize has stored the service's address there is nowhere to deliver to.
   if (!trackingRequest({}).url()) return std::nullopt;
   std::shared_ptr<platform::ReportOutbox> outbox = sharedOutbox();
   if (!outbox) return std::nullopt;
-  const std::string owner = platform::outboxOwnerName();
+  OutboxLedger ledger(*outbox);
+  ClaimRequest request;
+  request.owner = platform::outboxOwnerName();
+  request.ignoreBackOff = ignoreBackOff;
   static std::mt19937_64 random{std::random_device{}()};  // the worker's thread only
   while (true) {
-    const double claimedAt = now();
-    std::optional<platform::OutboxBatch> batch = outbox->claim(
-        owner, claimedAt, kLeaseSeconds, kMaxBatchReports, kMaxBatchBytes, ignoreBackOff);
+    request.now = now();
+    std::optional<ClaimedBatch> batch = ledger.claim(request);
     if (!batch) {
-      platform::OutboxStatus status = outbox->status();
-      if (status.count == 0) return std::nullopt;
-      return std::max(status.nextAttempt - claimedAt, kLookAgainSeconds);
+      std::optional<LedgerStatus> status = ledger.status();
+      if (!status || status->count == 0) return std::nullopt;
+      return std::max<Seconds>(status->nextAttempt.value_or(request.now) - request.now, kLookAgain);
     }
-    auto [outcome, answer] = exchange(trackingRequest(batchBody(batch->reports)));
+    auto [outcome, answer] = exchangeAndWait(trackingRequest(batchBody(batch->reports)));
     if (!outcome.error) {
-      outbox->complete(owner, batch->ids);
-      ignoreBackOff = true;  // the service is back: the rest need not wait
+      ledger.complete(request.owner, batch->ids);
+      request.ignoreBackOff = true;  // the service is back: the rest need not wait
     } else if (!mayPassLater(*outcome.error)) {
       platform::printLine(outcome.error->localizedDescription());
-      outbox->discard(owner, batch->ids);
+      ledger.discard(request.owner, batch->ids);
     } else {
-      const double failedAt = now();
-      const double wait =
-          std::max(backOffSeconds(batch->failedAttempts,
-                                  std::uniform_real_distribution<double>(0, 1)(random)),
-                   retryAfterSeconds(answer, failedAt).value_or(0));
-      outbox->release(owner, failedAt + wait);
-      return std::max(wait, 0.001);
+      const SystemTime failedAt = now();
+      const Seconds wait = std::max(
+          backOff(batch->failedAttempts, std::uniform_real_distribution<double>(0, 1)(random)),
+          retryAfter(answer, failedAt).value_or(Seconds(0)));
+      ledger.release(request.owner,
+                     failedAt + std::chrono::duration_cast<SystemTime::duration>(wait));
+      return wait;
     }
   }
 }

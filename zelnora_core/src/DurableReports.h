@@ -6,11 +6,13 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 
-#include "platform/ReportOutbox.h"
+#include "OutboxLedger.h"
+#include "OutboxPolicy.h"
 #include "zelnora_core/APIRequest.h"
 #include "zelnora_core/ZAReportOutbox.h"
 
@@ -20,13 +22,14 @@ class DurableReports {
  public:
   static DurableReports& shared();  // never destroyed: the worker may outlive static destruction
 
-  void setEnabled(bool enabled);
+  // `deliveryHeld` says when kept reports must stay kept for now (the service's kill switch).
+  void setEnabled(bool enabled, std::function<bool()> deliveryHeld);
   bool isEnabled() const { return enabled_.load(std::memory_order_relaxed); }
 
-  // Sends a report the way the API service does (same headers, same dumps, same printed error)
-  // and keeps it when the exchange fails in a way that may pass later. Caller's thread up to the
+  // Sends one event's JSON as a report through the API service's exchange, prints the error of a
+  // failure and keeps the event when the failure may pass later. Caller's thread up to the
   // hand-over; keeping happens in the completion, on the network thread.
-  void send(const APIRequest& report);
+  void send(platform::Bytes event);
   // Any exchange succeeded: the service is reachable, deliver now (when enabled).
   void noteSuccessfulExchange();
   // Delivers now, ignoring the back-off (when enabled).
@@ -39,11 +42,11 @@ class DurableReports {
   DurableReports() = default;
   // `sentAt`, the time of the report's own call, orders kept reports: completions arrive in any
   // order.
-  void keep(const platform::Bytes& body, double sentAt, double notBefore);
+  void keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore);
   void wake(bool ignoreBackOff);
   void runWorker();
   // Delivers due batches until none is left or one fails; when to look again (seconds), if at all.
-  std::optional<double> deliverDue(bool ignoreBackOff);
+  std::optional<Seconds> deliverDue(bool ignoreBackOff);
 
   std::atomic<bool> enabled_{false};
   std::mutex mutex_;
@@ -53,6 +56,7 @@ class DurableReports {
   bool ignoreBackOff_ = false;                                     // guarded by mutex_
   bool delivering_ = false;                                        // guarded by mutex_
   std::optional<std::chrono::steady_clock::time_point> nextLook_;  // guarded by mutex_
+  std::function<bool()> deliveryHeld_;                             // guarded by mutex_
 };
 
 }  // namespace zelnora_core::detail

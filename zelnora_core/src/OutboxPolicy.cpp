@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -18,8 +17,11 @@ namespace {
 
 constexpr std::string_view kBodyStart = "{\"events\":[";
 constexpr std::string_view kBodyEnd = "]}";
-// A service asking for more than an hour is taken to mean an hour.
+// A service asking for more than an hour, in seconds or by a date, is taken to mean an hour.
 constexpr double kMaxRetryAfterSeconds = 3600;
+// The longest the delivery thread sleeps before it looks again; far beyond any back-off.
+constexpr double kMaxLookAgainSeconds = 24 * 3600.0;
+constexpr double kMinLookAgainSeconds = 0.001;
 
 // Reads exactly `width` digits at `at` and the `separator` after them, moving past both. On
 // failure `at` stays put, so it never passes the end of `text`.
@@ -70,15 +72,6 @@ bool mayPassLater(const platform::Error& error) {
   return error.domain == "StatusCode" && (error.code >= 500 || error.code == 429);
 }
 
-std::optional<std::string_view> eventsText(const platform::Bytes& body) {
-  std::string_view text(reinterpret_cast<const char*>(body.data()), body.size());
-  if (!text.starts_with(kBodyStart) || !text.ends_with(kBodyEnd) ||
-      text.size() < kBodyStart.size() + kBodyEnd.size() + 2) {
-    return std::nullopt;  // also `{"events":[]}`: nothing to deliver
-  }
-  return text.substr(kBodyStart.size(), text.size() - kBodyStart.size() - kBodyEnd.size());
-}
-
 platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents) {
   platform::Bytes body(kBodyStart.begin(), kBodyStart.end());
   for (std::size_t i = 0; i < keptEvents.size(); ++i) {
@@ -89,26 +82,37 @@ platform::Bytes batchBody(const std::vector<platform::Bytes>& keptEvents) {
   return body;
 }
 
-double backOffSeconds(int failedAttempts, double unit) {
-  const double ceiling = std::min(
-      kBackOffCapSeconds, kBackOffBaseSeconds * std::exp2(std::clamp(failedAttempts, 0, 30)));
+Seconds backOff(int failedAttempts, double unit) {
+  const Seconds ceiling =
+      std::min(kBackOffCap, kBackOffBase * std::exp2(std::clamp(failedAttempts, 0, 30)));
   return std::clamp(unit, 0.0, 1.0) * ceiling;
 }
 
-std::optional<double> retryAfterSeconds(const std::optional<platform::HTTPURLResponse>& response,
-                                        double now) {
+std::optional<Seconds> retryAfter(const std::optional<platform::HTTPURLResponse>& response,
+                                  std::chrono::system_clock::time_point now) {
   if (!response) return std::nullopt;
   for (const auto& [name, value] : response->allHeaderFields) {
     if (!platform::http::equalsIgnoringCase(name, "Retry-After")) continue;
-    if (!value.empty() && std::all_of(value.begin(), value.end(), [](char c) {
-          return std::isdigit(static_cast<unsigned char>(c)) != 0;
-        })) {
-      return std::min(std::strtod(value.c_str(), nullptr), kMaxRetryAfterSeconds);
+    if (!value.empty() &&
+        std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+      return Seconds(std::min(std::strtod(value.c_str(), nullptr), kMaxRetryAfterSeconds));
     }
-    if (auto date = httpDateSeconds(value)) return std::max(0.0, *date - now);
+    if (auto date = httpDateSeconds(value)) {
+      const double since1970 = std::chrono::duration<double>(now.time_since_epoch()).count();
+      return Seconds(std::clamp(*date - since1970, 0.0, kMaxRetryAfterSeconds));
+    }
     return std::nullopt;
   }
   return std::nullopt;
+}
+
+std::chrono::steady_clock::time_point nextLookAt(std::chrono::steady_clock::time_point now,
+                                                 Seconds wait) {
+  // NaN compares false both ways and falls to the shortest wait.
+  const double seconds = wait.count() > kMinLookAgainSeconds
+                             ? std::min(wait.count(), kMaxLookAgainSeconds)
+                             : kMinLookAgainSeconds;
+  return now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(Seconds(seconds));
 }
 
 }  // namespace zelnora_core::detail

@@ -11,6 +11,9 @@
 
 namespace zelnora_core::detail {
 
+// One event of a report body as JSON: an object of its members in key order.
+std::string eventJson(const std::map<std::string, std::string>& event);
+
 // Seconds since 1970 to whole milliseconds in decimal, rounded half away from zero. Absent for a
 // reading that no clock can give: not finite, or beyond a signed 64-bit millisecond count.
 std::optional<std::string> eventDateText(double secondsSince1970);

@@ -22,6 +22,12 @@ platform::URLRequest configurationRequest(platform::Url url) {
   return request;
 }
 
+// The service's kill switch holds the backlog: a switched-off kit does not pour it on the service.
+void setDurableReportsSwitch(bool enabled) {
+  detail::DurableReports::shared().setEnabled(
+      enabled, [] { return ZAManager::sharedInstance().isDisabled(); });
+}
+
 }  // namespace
 
 // Never destroyed: completions on the network thread may still reach it while the process exits.
@@ -46,13 +52,9 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
     return;
   }
   debugMode_ = debugMode.value_or(false);
-  {
-    std::lock_guard lock(mutex_);
-    applicationKey_ = appKey;
-  }
   std::optional<bool> durableReports;
   const ZAPIConfig apiConfig = detail::loadFromBundle(&durableReports);
-  if (durableReports) detail::DurableReports::shared().setEnabled(*durableReports);
+  if (durableReports) setDurableReportsSwitch(*durableReports);
   auto url = configurationUrl(apiConfig, appKey);
   if (debugMode_) ZAPreferencesUtil::deleteConfig();
 
@@ -118,7 +120,7 @@ void ZAManager::setCustomHeaders(const std::map<std::string, std::string>& heade
 }
 
 void ZAManager::setDurableReports(bool enabled) {
-  detail::DurableReports::shared().setEnabled(enabled);
+  setDurableReportsSwitch(enabled);
   // Opting in on a running kit delivers what earlier runs (or the extension) left behind.
   if (initialized_ && !sdkDisabled_) detail::DurableReports::shared().flush();
 }

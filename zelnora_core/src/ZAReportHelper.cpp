@@ -151,12 +151,13 @@ void ZAReportHelper::sendReport(const std::optional<std::string>& event,
   setIfPresent(eventMap, "t", detail::hostText(userKeyType));
   setIfPresent(eventMap, "campaignUuid", detail::hostText(campaignUuid));
 
-  ZAReportRequest report;
-  report.events.push_back(std::move(eventMap));
   if (detail::DurableReports::shared().isEnabled()) {
-    detail::DurableReports::shared().send(ZACoreApiFactory::sendAppTrackerRequest(report));
+    // The event's JSON is what the outbox keeps and what batches are framed from.
+    detail::DurableReports::shared().send(platform::toBytes(detail::eventJson(eventMap)));
     return;
   }
+  ZAReportRequest report;
+  report.events.push_back(std::move(eventMap));
   ZAdsApiFactory().sendAppTracking(ZACoreApiFactory::sendAppTrackerRequest(report),
                                    [](const std::optional<platform::HTTPURLResponse>& /*unused*/,
                                       const std::optional<platform::Error>& error) {

@@ -3,16 +3,11 @@
 #include <string>
 #include <utility>
 
+#include "ReportDetail.h"
 #include "platform/internal/Json.h"
 
 namespace zelnora_core {
 namespace {
-
-std::string eventJson(const std::map<std::string, std::string>& event) {
-  platform::JsonObjectWriter writer;
-  for (const auto& [key, value] : event) writer.string(key, value);
-  return std::move(writer).finish();
-}
 
 std::optional<std::map<std::string, std::string>> decodeEvent(const nlohmann::json& json) {
   if (!json.is_object()) return std::nullopt;
@@ -26,11 +21,19 @@ std::optional<std::map<std::string, std::string>> decodeEvent(const nlohmann::js
 
 }  // namespace
 
+namespace detail {
+std::string eventJson(const std::map<std::string, std::string>& event) {
+  platform::JsonObjectWriter writer;
+  for (const auto& [key, value] : event) writer.string(key, value);
+  return std::move(writer).finish();
+}
+}  // namespace detail
+
 platform::Bytes ZAReportRequest::toJson() const {
   std::string events = "[";
   for (const auto& event : this->events) {
     if (events.size() > 1) events.push_back(',');
-    events.append(eventJson(event));
+    events.append(detail::eventJson(event));
   }
   events.push_back(']');
   platform::JsonObjectWriter writer;

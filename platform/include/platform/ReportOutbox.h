@@ -1,11 +1,14 @@
 /// \file
-/// A durable queue of reports waiting for delivery, kept in the application-group container so
+/// Storage for durable reports waiting for delivery, kept in the application-group container so
 /// that the host application and its extension share it. Used only when the host opts in to
-/// durable reports; without that nothing opens it and no file is made.
+/// durable reports; without that nothing opens it and no file is made. The store keeps bytes and
+/// nothing else: which reports to drop, who may deliver and when are the kit's to decide.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,29 +20,38 @@
 
 namespace platform {
 
-/// How much the outbox keeps; past any bound the oldest reports go first.
-struct ZELNORA_PLATFORM_EXPORT OutboxLimits {
-  std::size_t maxReports = 1000;
-  std::size_t maxBytes = 1000 * 1000;
-  double maxAgeSeconds = 7 * 24 * 3600.0;
+/// One kept report, as appended.
+struct ZELNORA_PLATFORM_EXPORT StoredReport {
+  std::int64_t id = 0;
+  std::chrono::system_clock::time_point keptAt;
+  Bytes body;
 };
 
-/// Reports leased to one owner for one delivery attempt, oldest first (by the time they were kept
-/// at, then by arrival).
-struct ZELNORA_PLATFORM_EXPORT OutboxBatch {
-  std::vector<std::int64_t> ids;
-  std::vector<Bytes> reports;
-  int failedAttempts = 0;  ///< attempts that failed since the last delivery
-};
-
-struct ZELNORA_PLATFORM_EXPORT OutboxStatus {
+/// What the outbox holds as a whole.
+struct ZELNORA_PLATFORM_EXPORT StoredTotals {
   std::size_t count = 0;
-  std::optional<double> oldest;  ///< when the oldest report was kept (seconds since 1970)
-  double nextAttempt = 0;        ///< when delivery may next be tried; 0: at once
+  std::size_t bytes = 0;  ///< of every body together
+  std::optional<std::chrono::system_clock::time_point> oldest;
 };
 
-/// Times are seconds since 1970. Every operation is one transaction, safe from any thread and from
-/// several processes at once; failures are silent (nothing kept, nothing claimed).
+/// The operations of one transaction. Every read sees the writes made before it in the same
+/// transaction; nothing is seen by others until the transaction commits.
+class ZELNORA_PLATFORM_EXPORT ReportOutboxTransaction {
+ public:
+  virtual ~ReportOutboxTransaction() = default;
+  /// Keeps `body`; false when it could not be kept (the transaction is then rolled back).
+  virtual bool append(const Bytes& body, std::chrono::system_clock::time_point keptAt) = 0;
+  /// At most `limit` reports, oldest first: by keptAt, then by order of appending.
+  virtual std::vector<StoredReport> oldest(std::size_t limit) = 0;
+  virtual StoredTotals totals() = 0;
+  /// Removes the reports with these ids (unknown ids are skipped).
+  virtual void remove(const std::vector<std::int64_t>& ids) = 0;
+  /// The one state record the kit keeps beside the reports, empty until first written.
+  virtual std::string state() = 0;
+  virtual void setState(const std::string& state) = 0;
+};
+
+/// Safe from any thread and from several processes at once; failures are silent.
 class ZELNORA_PLATFORM_EXPORT ReportOutbox {
  public:
   virtual ~ReportOutbox() = default;
@@ -47,29 +59,10 @@ class ZELNORA_PLATFORM_EXPORT ReportOutbox {
   ReportOutbox(const ReportOutbox&) = delete;
   ReportOutbox& operator=(const ReportOutbox&) = delete;
 
-  /// Keeps `report`, then drops the oldest reports beyond `limits` (possibly this one), and puts
-  /// the next attempt no earlier than `notBefore`. How many were dropped; absent when the report
-  /// could not be kept.
-  virtual std::optional<std::size_t> append(const Bytes& report, double now,
-                                            const OutboxLimits& limits, double notBefore) = 0;
-
-  /// Leases the oldest reports (at most `maxReports`, and at most `maxBytes` together unless the
-  /// first alone is larger) to `owner` until `now + leaseSeconds`. Nothing when the outbox is
-  /// empty, when another owner's lease runs (a lease whose process has ended does not count), or
-  /// when the next attempt is not due and `ignoreBackOff` is false. While leased, no other owner
-  /// can claim any report.
-  virtual std::optional<OutboxBatch> claim(const std::string& owner, double now,
-                                           double leaseSeconds, std::size_t maxReports,
-                                           std::size_t maxBytes, bool ignoreBackOff) = 0;
-
-  /// After a delivered batch: removes its reports, clears the back-off and ends `owner`'s lease.
-  virtual void complete(const std::string& owner, const std::vector<std::int64_t>& ids) = 0;
-  /// After a failed attempt: ends `owner`'s lease, counts the failure and sets the next attempt.
-  virtual void release(const std::string& owner, double nextAttempt) = 0;
-  /// After a batch the service refused for good: removes it, keeps the back-off, ends the lease.
-  virtual void discard(const std::string& owner, const std::vector<std::int64_t>& ids) = 0;
-
-  virtual OutboxStatus status() = 0;
+  using Work = std::function<bool(ReportOutboxTransaction&)>;
+  /// Runs `work` in one transaction that excludes every other writer, in this process or another,
+  /// and commits what it did when it returns true (rolls back otherwise). True when committed.
+  virtual bool transact(const Work& work) = 0;
 };
 
 class ZELNORA_PLATFORM_EXPORT ReportOutboxStore {
@@ -80,8 +73,9 @@ class ZELNORA_PLATFORM_EXPORT ReportOutboxStore {
   ReportOutboxStore& operator=(const ReportOutboxStore&) = delete;
 
   /// The outbox of the application group `groupName` (the preferences suite's name), or null
-  /// when it cannot be opened. An outbox file that is not a sound database is set aside (renamed
-  /// with a ".corrupt-<time>" suffix) and an empty one takes its place. Any thread.
+  /// when it cannot be opened. An outbox file that is not a sound database (or not a regular
+  /// file) is set aside (renamed with a ".corrupt-<time>" suffix) and an empty one takes its
+  /// place. Any thread.
   virtual std::shared_ptr<ReportOutbox> outbox(std::string_view groupName) = 0;
 };
 
@@ -90,7 +84,10 @@ class ZELNORA_PLATFORM_EXPORT ReportOutboxStore {
 ZELNORA_PLATFORM_EXPORT std::unique_ptr<ReportOutboxStore> makeSqliteReportOutboxStore(
     std::string containerDirectory);
 
-/// A name for this process as a lease owner: unique per process and per fork.
+/// A name for this process as the holder of a delivery: unique per process and per fork.
 ZELNORA_PLATFORM_EXPORT std::string outboxOwnerName();
+/// Whether the process an outboxOwnerName() names may still run: false only when it surely ended
+/// (a name not made by outboxOwnerName counts as ended).
+ZELNORA_PLATFORM_EXPORT bool outboxOwnerMayRun(std::string_view owner);
 
 }  // namespace platform

@@ -142,7 +142,14 @@ class ZELNORA_PLATFORM_EXPORT URLSession {
   /// NUL is not sent (the request goes out without it).
   virtual void dataTask(URLRequest request, DataTaskCompletion completion) = 0;
 
-  /// Waits until every task started before the call has completed (its completion has returned),
+  /// Runs `completion` once on the session's background thread, after this call has returned and
+  /// without any I/O; counted by waitUntilIdle like a task. Any thread. For an exchange that ends
+  /// before it reaches the network (a request that cannot be formed), so that its completion still
+  /// runs where every other one does.
+  virtual void post(std::function<void()> completion) = 0;
+
+  /// Waits until every task (and posted completion) started before the call has completed (its
+  /// completion has returned),
   /// or until `limit` passes. True when idle. For hosts and tests; the kit never waits.
   virtual bool waitUntilIdle(std::chrono::milliseconds limit) = 0;
 };

@@ -71,8 +71,7 @@ class ZELNORA_CORE_EXPORT ZAManager {
   std::atomic<bool> initialized_{false};
   std::atomic<bool> sdkDisabled_{false};
   std::atomic<bool> debugMode_{false};
-  mutable std::mutex mutex_;  ///< guards applicationKey_ and locationManager_
-  std::optional<std::string> applicationKey_;
+  mutable std::mutex mutex_;  ///< guards locationManager_
   std::unique_ptr<platform::LocationManager> locationManager_;
 };
 

@@ -40,6 +40,16 @@ class InMemoryUserDefaults final : public UserDefaultsStore {
   std::map<std::string, std::shared_ptr<UserDefaultsSuite>, std::less<>> suites_;  // guarded
 };
 
+// An in-memory outbox store: each group name opens one outbox, shared by every caller.
+class InMemoryReportOutboxes final : public ReportOutboxStore {
+ public:
+  std::shared_ptr<ReportOutbox> outbox(std::string_view groupName) override;
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, std::shared_ptr<ReportOutbox>, std::less<>> outboxes_;  // guarded
+};
+
 class FakeCurrentDevice final : public CurrentDevice {
  public:
   std::string nameValue = "Test device", systemNameValue = "iOS", systemVersionValue = "17.1",
