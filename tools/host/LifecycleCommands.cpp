@@ -1,5 +1,7 @@
-// initialize, wait, state, set-user-id, set-custom-headers, request-permission, delete-config,
+// initialize, wait, pause, state, set-user-id, set-custom-headers, request-permission, delete-config,
 // remove-custom-headers: the manager's operations and the store's static ones.
+#include <thread>
+
 #include "HostFormat.h"
 #include "HostSession.h"
 #include "platform/Console.h"
@@ -26,6 +28,15 @@ std::optional<std::string> wait(HostSession&, const Words& words) {
     platform::urlSession().waitUntilIdle(limit);
     // Durable reports kept by those exchanges are delivered by the kit's worker: wait for it too.
     zelnora_core::ZAReportOutbox::waitUntilSettled(limit);
+  });
+}
+
+// A quiet spell on the network, such as a real app has between bursts (peers retire idle
+// connections in the meantime).
+std::optional<std::string> pause(HostSession&, const Words& words) {
+  if (words.size() != 1) return "usage: pause SECONDS";
+  return runParsed(parseWait(words), [](std::chrono::milliseconds spell) {
+    std::this_thread::sleep_for(spell);
   });
 }
 
@@ -62,6 +73,7 @@ CommandHandler plainCommand(void (*action)()) {
 void addLifecycleCommands(CommandTable& table) {
   table["initialize"] = initialize;
   table["wait"] = wait;
+  table["pause"] = pause;
   table["state"] = state;
   table["set-user-id"] = setUserId;
   table["set-custom-headers"] = setCustomHeaders;
