@@ -7,6 +7,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -205,6 +206,15 @@ bool isRedirectStatus(long status) {
   return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
+// A private trust store, as OpenSSL-based tools take it: a test CA or a corporate root is trusted
+// for this process only, without touching the machine's store.
+void configureTrustStore(CURL* easy) {
+  const char* file = std::getenv("SSL_CERT_FILE");
+  const char* directory = std::getenv("SSL_CERT_DIR");
+  if (file != nullptr && *file != '\0') curl_easy_setopt(easy, CURLOPT_CAINFO, file);
+  if (directory != nullptr && *directory != '\0') curl_easy_setopt(easy, CURLOPT_CAPATH, directory);
+}
+
 void ignoreSigpipeUnlessHandled() {
   struct sigaction current {};
   if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
@@ -378,6 +388,7 @@ std::optional<Error> prepare(Transfer& transfer) {
   curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer.headers);
   curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
+  configureTrustStore(easy);
   configureTimeOut(easy, transfer);
   configureMethodAndBody(easy, transfer);
   // A body too long by its declared Content-Length fails before any of it is read. Not for HEAD:
