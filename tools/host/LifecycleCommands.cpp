@@ -1,5 +1,5 @@
-// initialize, wait, pause, state, set-user-id, set-custom-headers, request-permission, delete-config,
-// remove-custom-headers: the manager's operations and the store's static ones.
+// initialize, wait, pause, state, set-user-id, set-custom-headers, request-permission,
+// delete-config, remove-custom-headers: the manager's operations and the store's static ones.
 #include <thread>
 
 #include "HostFormat.h"
@@ -35,9 +35,8 @@ std::optional<std::string> wait(HostSession&, const Words& words) {
 // connections in the meantime).
 std::optional<std::string> pause(HostSession&, const Words& words) {
   if (words.size() != 1) return "usage: pause SECONDS";
-  return runParsed(parseWait(words), [](std::chrono::milliseconds spell) {
-    std::this_thread::sleep_for(spell);
-  });
+  return runParsed(parseWait(words),
+                   [](std::chrono::milliseconds spell) { std::this_thread::sleep_for(spell); });
 }
 
 std::optional<std::string> state(HostSession&, const Words& words) {

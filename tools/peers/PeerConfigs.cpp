@@ -44,10 +44,14 @@ std::string nginxConfig(const NginxSettings& s) {
 std::string haproxyConfig(const HaproxySettings& s) {
   const std::string idle = std::to_string(s.idleTimeoutMilliseconds) + "ms";
   return "defaults\n  mode http\n  timeout connect 5s\n  timeout server 30s\n"
-         "  timeout client " + idle + "\n  timeout http-keep-alive " + idle + "\n"
-         "frontend api\n  bind " + loopback(s.port) + " ssl crt " + s.combinedCertificateFile +
+         "  timeout client " +
+         idle + "\n  timeout http-keep-alive " + idle +
+         "\n"
+         "frontend api\n  bind " +
+         loopback(s.port) + " ssl crt " + s.combinedCertificateFile +
          " alpn h2,http/1.1\n  default_backend origin\n"
-         "backend origin\n  http-reuse never\n  server reference " + loopback(s.originPort) + "\n";
+         "backend origin\n  http-reuse never\n  server reference " +
+         loopback(s.originPort) + "\n";
 }
 
 std::string squidConfig(const SquidSettings& s) {

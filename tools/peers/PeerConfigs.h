@@ -29,7 +29,8 @@ struct SquidSettings {
   std::string hostsFile;  // the only name resolution the proxy uses for the kit's host
 };
 
-// nginx.conf for `nginx -p FOLDER -c FOLDER/nginx.conf -g 'daemon off;'` (paths relative to FOLDER).
+// nginx.conf for `nginx -p FOLDER -c FOLDER/nginx.conf -g 'daemon off;'` (paths relative to
+// FOLDER).
 std::string nginxConfig(const NginxSettings& settings);
 std::string haproxyConfig(const HaproxySettings& settings);
 std::string squidConfig(const SquidSettings& settings);

@@ -29,8 +29,9 @@ class PeerProcess {
   PeerProcess(const PeerProcess&) = delete;
   PeerProcess& operator=(const PeerProcess&) = delete;
 
-  // Starts `command`, its output appended to `logPath`, and waits until 127.0.0.1:`port` accepts a connection or `limit` passed. False (with
-  // the child stopped) when it could not start, ended early, or never listened.
+  // Starts `command`, its output appended to `logPath`, and waits until 127.0.0.1:`port` accepts a
+  // connection or `limit` passed. False (with the child stopped) when it could not start, ended
+  // early, or never listened.
   bool start(const std::vector<std::string>& command, const std::string& logPath, int port,
              std::chrono::milliseconds limit = std::chrono::seconds(15));
   // SIGTERM, then SIGKILL when it has not ended within a few seconds; reaps it. Idempotent.

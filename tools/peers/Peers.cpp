@@ -29,9 +29,8 @@ constexpr std::array<KindName, 7> kKindNames = {{{PeerKind::nginxHttp1, "nginx-h
 const std::map<std::string, std::string> kPackageOf = {
     {"nginx", "nginx"}, {"haproxy", "haproxy"}, {"squid", "squid"}, {"gzip", "gzip"}};
 
-const std::vector<std::string> kProxyVariables = {"http_proxy", "https_proxy", "HTTPS_PROXY",
-                                                  "all_proxy",  "ALL_PROXY",   "no_proxy",
-                                                  "NO_PROXY"};
+const std::vector<std::string> kProxyVariables = {
+    "http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"};
 
 std::string tailOf(const std::string& path) {
   std::ostringstream text;
@@ -87,18 +86,17 @@ std::string PeerSet::start(const PeerOptions& options) {
   if (folder_.empty()) return "cannot make a private folder for the peers";
   if (options.kind != PeerKind::nginxHttp1) {
     certificates_ = makePeerCertificates(folder_, std::string(kProxiedHostName));
-    if (!certificates_) return "cannot make test certificates with openssl: " + tailOf(folder_ + "/openssl.log");
+    if (!certificates_)
+      return "cannot make test certificates with openssl: " + tailOf(folder_ + "/openssl.log");
     environment_["SSL_CERT_FILE"] = certificates_->authorityFile;
   }
   switch (options.kind) {
-    case PeerKind::nginxHttp1:
-      return startNginx(options, false);
-    case PeerKind::nginxHttp2:
-      return startNginx(options, true);
-    case PeerKind::haproxyHttp2:
-      return startHaproxy(options);
+    case PeerKind::nginxHttp1: return startNginx(options, false);
+    case PeerKind::nginxHttp2: return startNginx(options, true);
+    case PeerKind::haproxyHttp2: return startHaproxy(options);
     case PeerKind::gzipConfig:
-      if (!writeCompressedConfig(options)) return "cannot write the compressed configuration (gzip)";
+      if (!writeCompressedConfig(options))
+        return "cannot write the compressed configuration (gzip)";
       return startNginx(options, true);
     case PeerKind::tls11:
     case PeerKind::tls12:
@@ -115,7 +113,10 @@ std::string PeerSet::start(const PeerOptions& options) {
 }
 
 std::string PeerSet::startNginx(const PeerOptions& options, bool tls, std::string tlsProtocols) {
-  NginxSettings settings{freeLoopbackPort(), options.originPort, tls};
+  NginxSettings settings;
+  settings.port = freeLoopbackPort();
+  settings.originPort = options.originPort;
+  settings.tls = tls;
   if (tls) {
     settings.certificateFile = certificates_->certificateFile;
     settings.keyFile = certificates_->keyFile;
@@ -125,10 +126,10 @@ std::string PeerSet::startNginx(const PeerOptions& options, bool tls, std::strin
   if (options.kind == PeerKind::gzipConfig) settings.compressedConfigRoot = folder_ + "/www";
   write(folder_ + "/nginx.conf", nginxConfig(settings));
   baseUrl_ = (tls ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(settings.port);
-  return startProgram(server_, "nginx",
-                      {"-e", "stderr", "-p", folder_, "-c", folder_ + "/nginx.conf", "-g",
-                       "daemon off;"},
-                      settings.port);
+  return startProgram(
+      server_, "nginx",
+      {"-e", "stderr", "-p", folder_, "-c", folder_ + "/nginx.conf", "-g", "daemon off;"},
+      settings.port);
 }
 
 std::string PeerSet::startHaproxy(const PeerOptions& options) {
@@ -143,7 +144,8 @@ std::string PeerSet::startSquid(int httpsPort) {
   const SquidSettings settings{freeLoopbackPort(), folder_ + "/hosts"};
   write(settings.hostsFile, "127.0.0.1 " + std::string(kProxiedHostName) + "\n");
   write(folder_ + "/squid.conf", squidConfig(settings));
-  squidName_ = "zelnora-peer" + std::to_string(settings.port);
+  squidName_ =
+      "zelnorapeer" + std::to_string(settings.port);  // squid takes letters and digits only
   baseUrl_ = "https://" + std::string(kProxiedHostName) + ":" + std::to_string(httpsPort);
   environment_["https_proxy"] = "http://127.0.0.1:" + std::to_string(settings.port);
   return startProgram(proxy_, "squid", {"-N", "-n", squidName_, "-f", folder_ + "/squid.conf"},

@@ -44,8 +44,11 @@ void printSetUp(const zelnora_peers::PeerSet& peers, int originPort) {
   std::printf("zelnora-peers: %s in front of the reference service on 127.0.0.1:%d\n",
               peers.baseUrl().c_str(), originPort);
   std::printf("run the kit with:\n  env XDG_DATA_HOME=%s/data", peers.folder().c_str());
+  for (const auto& [name, value] : peers.kitEnvironment()) {  // env(1) takes -u first
+    if (!value) std::printf(" -u %s", name.c_str());
+  }
   for (const auto& [name, value] : peers.kitEnvironment()) {
-    std::printf(value ? " %s=%s" : " -u %s", name.c_str(), value ? value->c_str() : "");
+    if (value) std::printf(" %s=%s", name.c_str(), value->c_str());
   }
   std::printf(" zelnora-host --bundle %s/bundle \"initialize demo-key\" wait\n",
               peers.folder().c_str());
@@ -75,8 +78,8 @@ int main(int argc, char** argv) {
   zelnora_tools::ReferenceService service(std::move(serviceOptions));
   options.originPort = service.start();
   zelnora_peers::PeerSet peers;
-  const std::string failure = options.originPort < 0 ? "cannot start the reference service"
-                                                     : peers.start(options);
+  const std::string failure =
+      options.originPort < 0 ? "cannot start the reference service" : peers.start(options);
   if (!failure.empty()) {
     std::cerr << "zelnora-peers: " << failure << "\n";
     return 1;
