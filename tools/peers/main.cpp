@@ -43,15 +43,16 @@ bool parseOptions(int argc, char** argv, zelnora_peers::PeerOptions& options) {
 void printSetUp(const zelnora_peers::PeerSet& peers, int originPort) {
   std::printf("zelnora-peers: %s in front of the reference service on 127.0.0.1:%d\n",
               peers.baseUrl().c_str(), originPort);
-  std::printf("run the kit with:\n  env XDG_DATA_HOME=%s/data", peers.folder().c_str());
+  std::printf("run the kit with:\n  env");
   for (const auto& [name, value] : peers.kitEnvironment()) {  // env(1) takes -u first
     if (!value) std::printf(" -u %s", name.c_str());
   }
   for (const auto& [name, value] : peers.kitEnvironment()) {
     if (value) std::printf(" %s=%s", name.c_str(), value->c_str());
   }
-  std::printf(" zelnora-host --bundle %s/bundle \"initialize demo-key\" wait\n",
-              peers.folder().c_str());
+  std::printf(
+      " XDG_DATA_HOME=%s/data zelnora-host --bundle %s/bundle \"initialize demo-key\" wait\n",
+      peers.folder().c_str(), peers.folder().c_str());
   std::fflush(stdout);
 }
 
