@@ -19,6 +19,8 @@
 
 #include "CurlCookieJar.h"
 #include "LinuxProviders.h"
+#include "ResendRule.h"
+#include "SessionFields.h"
 #include "platform/UrlSession.h"
 
 namespace platform {
@@ -41,6 +43,9 @@ constexpr int kIdlePollMs = 10'000;
 // guards a slow or hostile service could make the host's memory grow without bound.
 std::atomic<std::size_t> maximumBodyBytes{URLSessionLimits{}.maximumBodyBytes};
 std::atomic<std::size_t> maximumHeaderBytes{URLSessionLimits{}.maximumHeaderBytes};
+
+std::mutex networkMutex;
+URLSessionNetwork networkSettings;  // guarded by networkMutex
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
@@ -101,15 +106,24 @@ bool isBodyHeader(std::string_view name) {
   return equalsIgnoringCase(name.substr(0, 8), "Content-") || isFramingHeader(name);
 }
 
-curl_slist* buildHeaderList(const HeaderFields& fields) {
+// The request's own fields, then the session's Accept-Language unless the request has its own.
+// `sendsUserAgent` tells whether the request's own User-Agent replaces the session's.
+curl_slist* buildHeaderList(const HeaderFields& fields, bool& sendsUserAgent) {
   curl_slist* list = nullptr;
   bool hasExpect = false;
+  bool hasLanguage = false;
   for (const auto& [name, value] : fields.fields()) {
     if (!isSendableField(name, value)) continue;
     hasExpect = hasExpect || equalsIgnoringCase(name, "Expect");
+    hasLanguage = hasLanguage || equalsIgnoringCase(name, "Accept-Language");
+    sendsUserAgent = sendsUserAgent || equalsIgnoringCase(name, "User-Agent");
     // "Name;" is curl's way to send a header with an empty value ("Name:" would remove it).
     std::string line = name;
     line.append(value.empty() ? ";" : ": ").append(value);
+    list = curl_slist_append(list, line.c_str());
+  }
+  if (!hasLanguage) {
+    const std::string line = "Accept-Language: " + detail::processSessionFields().acceptLanguage;
     list = curl_slist_append(list, line.c_str());
   }
   // Without this curl waits for "100 Continue" before sending larger bodies.
@@ -163,11 +177,14 @@ class ResponseHeaderFields {
 std::int64_t urlErrorCode(CURLcode code) {
   switch (code) {
     case CURLE_OPERATION_TIMEDOUT: return kURLErrorTimedOut;
-    case CURLE_COULDNT_CONNECT: return kURLErrorCannotConnectToHost;
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_PROXY: return kURLErrorCannotConnectToHost;
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY: return kURLErrorCannotFindHost;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
     case CURLE_GOT_NOTHING:
     case CURLE_PARTIAL_FILE: return kURLErrorNetworkConnectionLost;
     case CURLE_SSL_CONNECT_ERROR:
@@ -222,6 +239,12 @@ void ignoreSigpipeUnlessHandled() {
   }
 }
 
+// The worker thread's memory of the GOAWAYs servers sent, shared by every transfer's trace.
+detail::GoawayLedger& goawayLedger() {
+  static detail::GoawayLedger ledger;
+  return ledger;
+}
+
 // ---- One exchange -------------------------------------------------------------------------------
 
 // One request of a task, from dataTask to its completion (or to the next request when it is
@@ -258,6 +281,8 @@ struct Transfer {
   bool headersTooLarge = false;
   bool bodyTooLarge = false;
   bool resendRefused = false;
+  bool resent = false;  // this is the one resend a request may get
+  detail::AttemptTrace trace{goawayLedger()};
 };
 
 // Grows the buffer geometrically as insertion would, but never past the limit: a body just under
@@ -309,21 +334,63 @@ int onProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t upload
   return 0;
 }
 
-// libcurl sends a request again on a fresh connection when a reused one died before any answer
-// byte came. The peer may have acted on the first copy (a report recorded twice), so a request
-// whose bytes went out is never sent again; one that could not be written at all may be. Each
-// easy handle sends one request (a redirect is a new transfer), so any request after bytes went
-// out would be such a resend.
+// libcurl sends a request again on another connection when a reused one died before any answer
+// byte came. The peer may have acted on the first copy (a report recorded twice), so once bytes
+// of this request went out (a proxy's CONNECT and TLS handshakes are not the request's) curl may
+// not resend it; the session decides (shouldResend) when the transfer has failed. A request that
+// could not be written at all may go again at once. Each easy handle sends one request (a
+// redirect is a new transfer), so any request after bytes went out would be such a resend.
 int onBeforeRequest(void* user, char*, char*, int, int) {
   auto& transfer = *static_cast<Transfer*>(user);
-  long sent = 0;
-  curl_easy_getinfo(transfer.easy, CURLINFO_REQUEST_SIZE, &sent);
-  if (sent > 0) {
+  if (!transfer.trace.beginAttempt()) {
     transfer.resendRefused = true;
     return CURL_PREREQFUNC_ABORT;
   }
   transfer.noteActivity();  // connected
   return CURL_PREREQFUNC_OK;
+}
+
+// libcurl's trace is the only place that says whether the request's own bytes went out, which
+// connection and HTTP/2 stream carried it, and what GOAWAY or REFUSED_STREAM the server sent.
+int onTrace(CURL*, curl_infotype type, char* data, std::size_t size, void* user) {
+  auto& trace = static_cast<Transfer*>(user)->trace;
+  const std::string_view text(data, size);
+  switch (type) {
+    case CURLINFO_TEXT: trace.onText(text); break;
+    case CURLINFO_HEADER_OUT: trace.onHeaderOut(text); break;
+    case CURLINFO_DATA_OUT: trace.onDataOut(); break;
+    case CURLINFO_HEADER_IN:
+    case CURLINFO_DATA_IN: trace.onAnswerIn(); break;
+    default: break;
+  }
+  return 0;
+}
+
+void configureTrace(CURL* easy, Transfer& transfer) {
+  curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, onTrace);
+  curl_easy_setopt(easy, CURLOPT_DEBUGDATA, &transfer);
+  curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+  curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, onBeforeRequest);
+  curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
+  if (transfer.resent) curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
+}
+
+// As strict as the phone's App Transport Security for https (plain http stays possible); HTTP/2
+// through ALPN, streams multiplexed on one connection per host.
+void configureTransport(CURL* easy, bool sendsUserAgent) {
+  const auto& fields = detail::processSessionFields();
+  if (!sendsUserAgent) curl_easy_setopt(easy, CURLOPT_USERAGENT, fields.userAgent.c_str());
+  // Exactly this list on the wire, and answers in these encodings decoded before the body limit.
+  if (!fields.acceptEncoding.empty()) {
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, fields.acceptEncoding.c_str());
+  }
+  curl_easy_setopt(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  curl_easy_setopt(easy, CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+  curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);  // a proxy's answer is not ours
+  const URLSessionNetwork network = urlSessionNetwork();
+  if (network.proxy) curl_easy_setopt(easy, CURLOPT_PROXY, network.proxy->c_str());
+  if (network.noProxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, network.noProxy->c_str());
 }
 
 // Sets the method and the body. POST and PUT always carry a body (maybe empty); other methods
@@ -372,7 +439,8 @@ std::optional<Error> prepare(Transfer& transfer) {
   }
   CURL* easy = transfer.easy = curl_easy_init();
   if (easy == nullptr) return transportError(kURLErrorUnknown, "cannot create a transfer");
-  transfer.headers = buildHeaderList(transfer.request.allHTTPHeaderFields);
+  bool sendsUserAgent = false;
+  transfer.headers = buildHeaderList(transfer.request.allHTTPHeaderFields, sendsUserAgent);
   transfer.bodyLimit = maximumBodyBytes.load();
   transfer.headerLimit = maximumHeaderBytes.load();
 
@@ -384,10 +452,10 @@ std::optional<Error> prepare(Transfer& transfer) {
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, onHeaderLine);
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
-  curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, onBeforeRequest);
-  curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer.headers);
   curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
+  configureTrace(easy, transfer);
+  configureTransport(easy, sendsUserAgent);
   configureTrustStore(easy);
   configureTimeOut(easy, transfer);
   configureMethodAndBody(easy, transfer);
@@ -433,9 +501,33 @@ Error errorOf(const Transfer& transfer, CURLcode result) {
   if (transfer.resendRefused) {
     return transportError(kURLErrorNetworkConnectionLost, "The network connection was lost.");
   }
+  long proxyStatus = 0;
+  curl_easy_getinfo(transfer.easy, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
+  if (proxyStatus == 407) {
+    return transportError(kURLErrorUserAuthenticationRequired, "proxy authentication required");
+  }
+  if (proxyStatus >= 300) {
+    return transportError(kURLErrorCannotConnectToHost,
+                          "the proxy refused the tunnel (" + std::to_string(proxyStatus) + ")");
+  }
   std::string description = transfer.errorText[0] != '\0' ? std::string(transfer.errorText)
                                                           : std::string(curl_easy_strerror(result));
   return transportError(urlErrorCode(result), std::move(description));
+}
+
+// A connection that broke under the request, as opposed to a guard, a time-out or a bad answer.
+bool isConnectionLoss(const Transfer& transfer, CURLcode result) {
+  if (transfer.resendRefused) return true;
+  if (transfer.bodyTooLarge || transfer.headersTooLarge) return false;
+  return result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR || result == CURLE_GOT_NOTHING ||
+         result == CURLE_HTTP2 || result == CURLE_HTTP2_STREAM;
+}
+
+bool resendsOnFreshConnection(const Transfer& transfer, CURLcode result) {
+  detail::AttemptOutcome outcome = transfer.trace.outcome(isConnectionLoss(transfer, result));
+  outcome.idempotentMethod = detail::isIdempotentMethod(transfer.request.httpMethod);
+  outcome.alreadyResent = transfer.resent;
+  return detail::shouldResend(outcome);
 }
 
 // The request that follows a redirect answer, as the phone's session makes it: 303, and 301 or
@@ -557,7 +649,9 @@ class CurlUrlSession final : public URLSession {
       std::unique_ptr<Transfer> transfer = release(message->easy_handle);
       // Saved before the completion runs: a process that ends after it keeps the cookies.
       if (transfer->setsCookies) cookies_.save(transfer->easy);
-      if (result != CURLE_OK) {
+      if (result != CURLE_OK && resendsOnFreshConnection(*transfer, result)) {
+        start(resentTransfer(std::move(transfer)));
+      } else if (result != CURLE_OK) {
         Error error = errorOf(*transfer, result);
         finish(std::move(transfer), std::nullopt, std::nullopt, std::move(error));
       } else if (!followRedirect(transfer)) {
@@ -566,6 +660,13 @@ class CurlUrlSession final : public URLSession {
         finish(std::move(transfer), std::move(body), std::move(response), std::nullopt);
       }
     }
+  }
+
+  static std::unique_ptr<Transfer> resentTransfer(std::unique_ptr<Transfer> failed) {
+    auto again = std::make_unique<Transfer>(failed->ticket, std::move(failed->request),
+                                            std::move(failed->completion), failed->redirects);
+    again->resent = true;
+    return again;
   }
 
   // Starts the next request when `transfer` ended in a redirect curl can point to; false when
@@ -643,6 +744,16 @@ class CurlUrlSession final : public URLSession {
 };
 
 }  // namespace
+
+URLSessionNetwork urlSessionNetwork() {
+  std::lock_guard lock(networkMutex);
+  return networkSettings;
+}
+
+void setURLSessionNetwork(const URLSessionNetwork& network) {
+  std::lock_guard lock(networkMutex);
+  networkSettings = network;
+}
 
 URLSessionLimits urlSessionLimits() { return {maximumBodyBytes.load(), maximumHeaderBytes.load()}; }
 

@@ -25,6 +25,7 @@ enum URLErrorCode : std::int64_t {
   kURLErrorNetworkConnectionLost = -1005,
   kURLErrorHTTPTooManyRedirects = -1007,
   kURLErrorBadServerResponse = -1011,
+  kURLErrorUserAuthenticationRequired = -1013,
   kURLErrorCannotDecodeContentData = -1016,
   kURLErrorDataLengthExceedsMaximum = -1103,
   kURLErrorSecureConnectionFailed = -1200,

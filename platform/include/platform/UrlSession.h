@@ -92,10 +92,32 @@ struct ZELNORA_PLATFORM_EXPORT URLSessionLimits {
 ZELNORA_PLATFORM_EXPORT URLSessionLimits urlSessionLimits();
 ZELNORA_PLATFORM_EXPORT void setURLSessionLimits(const URLSessionLimits& limits);
 
+/// Where the session's requests go, as the phone's system proxy settings say. An absent field
+/// leaves libcurl's reading of the environment (http_proxy, https_proxy, all_proxy, no_proxy).
+struct ZELNORA_PLATFORM_EXPORT URLSessionNetwork {
+  /// The proxy for every scheme ("http://proxy.example:3128", "socks5h://..."); an empty text
+  /// means a direct connection whatever the environment says.
+  std::optional<std::string> proxy;
+  /// Hosts reached directly, comma-separated ("localhost,.corp.example"; "*" for all).
+  std::optional<std::string> noProxy;
+};
+
+/// The network settings of the process's URL session. Any thread; a change applies to exchanges
+/// that start after it.
+ZELNORA_PLATFORM_EXPORT URLSessionNetwork urlSessionNetwork();
+ZELNORA_PLATFORM_EXPORT void setURLSessionNetwork(const URLSessionNetwork& network);
+
 /// The process-wide session, as the phone's shared session behaves:
-/// - A request is sent at most once. When a kept-alive connection dies after the request went out
-///   and before any answer byte, the exchange fails with -1005 ("The network connection was
-///   lost."); only a request that could not be written at all goes again on a fresh connection.
+/// - A request the server may have acted on is sent at most once. When a kept-alive connection
+///   dies after a POST went out and before any answer byte, the exchange fails with -1005 ("The
+///   network connection was lost."). A request goes again, once, on a fresh connection when the
+///   server provably did not act on it (an HTTP/2 stream refused or above a GOAWAY's last stream
+///   id, a request not written at all), and an idempotent one (GET, HEAD, PUT, DELETE, OPTIONS)
+///   when the reused connection it went out on closed before any answer byte.
+/// - Every request carries the session's own User-Agent, Accept-Language and Accept-Encoding
+///   (replaced by the request's own User-Agent or Accept-Language); compressed answers are decoded,
+///   and the body limit counts decoded bytes. https needs TLS 1.2 or newer and a verified peer
+///   (SSL_CERT_FILE or SSL_CERT_DIR name another trust store); HTTP/2 through ALPN.
 /// - Redirects (301, 302, 303, 307, 308) are followed, at most 16: 303, and 301 or 302 after a
 ///   POST, go on as a GET without the body and its Content-* headers; the others keep method,
 ///   body and headers. The response is the last one, with its URL.
