@@ -111,8 +111,7 @@ TEST_P(RealPeers, EveryReportArrivesExactlyOnce) {
   }
   EXPECT_EQ(notOnce, Lines{}) << run.standardOutput;
   const Lines lines = kitLines(run.standardOutput);
-  EXPECT_EQ(lines.empty() ? "" : lines.front(),
-            c.kitStarts ? "SDK initialized successfully" : "")
+  EXPECT_EQ(lines.empty() ? "" : lines.front(), c.kitStarts ? "SDK initialized successfully" : "")
       << run.standardOutput;
   if (!c.kitStarts) {
     EXPECT_EQ(service.receivedCount(), 0u);
