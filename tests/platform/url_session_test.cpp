@@ -4,11 +4,15 @@
 // the time-out measures silence, the memory guards, and cookies that persist.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "../../platform/src/LinuxProviders.h"
+#include "../../platform/src/ResendRule.h"
+#include "../../platform/src/SessionFields.h"
 #include "platform/Bundle.h"
 #include "platform/UrlSession.h"
 #include "support/ChildProcess.h"
@@ -374,6 +378,128 @@ TEST(SessionWireTest, BodiesArriveWholeUpToTheGuard) {
     EXPECT_EQ(outcome.error.value_or(Error{}).code, c.delivered ? 0 : -1103);
   }
   setURLSessionLimits(defaults);
+}
+
+// Compressed answers arrive decoded, and the body guard counts decoded bytes: 4 MiB of zeros
+// that compress to a few kilobytes must not slip under a 1 MiB guard.
+TEST(SessionWireTest, CompressedAnswersArriveDecodedAndTheGuardCountsDecodedBytes) {
+  const std::string text(4 << 20, '0');
+  test_support::RecordingServer server(
+      [&](const httplib::Request&, httplib::Response& response) {
+        response.set_content(text, "text/plain");
+      },
+      false);
+  const URLSessionLimits defaults = urlSessionLimits();
+  for (const std::size_t guard : {defaults.maximumBodyBytes, std::size_t{1} << 20}) {
+    SCOPED_TRACE("guard " + std::to_string(guard));
+    setURLSessionLimits({guard});
+    const Outcome outcome = send(requestFor(server.url("/config")));
+    const bool fits = guard > text.size();
+    EXPECT_EQ(outcome.body.value_or(Bytes{}), fits ? toBytes(text) : Bytes{});
+    EXPECT_EQ(outcome.error.value_or(Error{}).code, fits ? 0 : -1103);
+    if (fits) {
+      const auto http = asHTTPURLResponse(outcome.response);
+      EXPECT_TRUE(http &&
+                  std::any_of(http->allHeaderFields.begin(), http->allHeaderFields.end(),
+                              [](const auto& field) { return field.first == "Content-Encoding"; }));
+    }
+  }
+  setURLSessionLimits(defaults);
+}
+
+// The session's own fields reach the wire, once each; the request's own replace them.
+TEST(SessionWireTest, SessionFieldsGoOnTheWireUnlessTheRequestHasItsOwn) {
+  test_support::RecordingServer server(echo, false);
+  const auto& own = detail::processSessionFields();
+  ASSERT_FALSE(send(requestFor(server.url("/plain"))).error);
+  auto custom = requestFor(server.url("/custom"));
+  custom.addValue("HostApp/7", "user-agent");
+  custom.addValue("fr-CH", "Accept-Language");
+  ASSERT_FALSE(send(std::move(custom)).error);
+  const auto received = server.received();
+  ASSERT_EQ(received.size(), 2U);
+  EXPECT_THAT(received[0].values("User-Agent"),
+              testing::ElementsAre(testing::MatchesRegex(
+                  R"([^ /]+(/[^ ]+)? zelnora-url-session/[0-9.]+ Linux/[^ ]+)")));
+  EXPECT_EQ(received[0].values("Accept-Language"), Values{own.acceptLanguage});
+  EXPECT_EQ(received[0].values("Accept-Encoding"), Values{own.acceptEncoding});
+  EXPECT_EQ(received[1].values("User-Agent"), Values{"HostApp/7"});
+  EXPECT_EQ(received[1].values("Accept-Language"), Values{"fr-CH"});
+}
+
+TEST(SessionFields, UserAgentLanguageAndEncodingsAreShapedAsThePhoneSendsThem) {
+  EXPECT_EQ(detail::userAgent({"My App", "12", "1.0.0", "Linux", "6.1.0-18-amd64"}),
+            "My%20App/12 zelnora-url-session/1.0.0 Linux/6.1.0-18-amd64");
+  EXPECT_EQ(detail::userAgent({"Caf\xC3\xA9", std::nullopt, "1.0.0", "Linux", "6.1"}),
+            "Caf%C3%A9 zelnora-url-session/1.0.0 Linux/6.1");
+  // clang-format off
+  const struct { const char *all, *lang, *language, *expected; } locales[] = {
+      {nullptr, "de_DE.UTF-8", nullptr, "de-DE,de;q=0.9"},
+      {"pt_BR.UTF-8@x", "de_DE.UTF-8", nullptr, "pt-BR,pt;q=0.9"},
+      {nullptr, "de_DE.UTF-8", "fr_CA:en", "fr-CA,fr;q=0.9,en;q=0.8"},
+      {nullptr, "C.UTF-8", "fr_CA", "en-US,en;q=0.9"},
+      {nullptr, "POSIX", nullptr, "en-US,en;q=0.9"},
+      {nullptr, nullptr, nullptr, "en-US,en;q=0.9"}};
+  // clang-format on
+  for (const auto& c : locales) {
+    const auto environment = [&](std::string_view name) -> const char* {
+      return name == "LC_ALL"     ? c.all
+             : name == "LANG"     ? c.lang
+             : name == "LANGUAGE" ? c.language
+                                  : nullptr;
+    };
+    EXPECT_EQ(detail::acceptLanguage(environment), c.expected) << (c.lang ? c.lang : "unset");
+  }
+  EXPECT_EQ(detail::acceptEncoding(true, true), "gzip, deflate, br");
+  EXPECT_EQ(detail::acceptEncoding(false, true), "br");
+}
+
+// The resend rule: only what the server provably did not act on, or an idempotent request on a
+// reused connection that died before any answer byte.
+TEST(ResendRule, ResendsOnlyWhatTheServerCannotHaveActedOn) {
+  using Outcome = detail::AttemptOutcome;
+  // lost, connected, written, answered, reused, refused, idempotent, resent
+  const std::pair<Outcome, bool> cases[] = {
+      {{true, true, true, false, true, false, false, false}, false},   // POST on a stale connection
+      {{true, true, true, false, true, false, true, false}, true},     // GET on a stale connection
+      {{true, true, true, false, false, false, true, false}, false},   // GET on its own connection
+      {{true, true, true, false, false, true, false, false}, true},    // refused HTTP/2 stream
+      {{true, true, false, false, false, false, false, false}, true},  // never written
+      {{true, false, false, false, false, false, true, false}, false},  // connect failed
+      {{true, true, true, true, true, true, true, false}, false},       // an answer began
+      {{true, true, true, false, true, true, true, true}, false},       // resent once already
+      {{false, true, true, false, true, false, true, false}, false}};   // timed out, not lost
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_EQ(detail::shouldResend(cases[i].first), cases[i].second) << "case " << i;
+  }
+}
+
+// libcurl 7.88's own trace lines: a proxy's CONNECT is not the request, and a GOAWAY refuses the
+// streams above its last id on that connection only.
+TEST(ResendRule, TraceTellsRequestBytesFromTunnelAndStreamsAboveGoaway) {
+  detail::GoawayLedger ledger;
+  detail::AttemptTrace tunnelled(ledger);
+  tunnelled.onText("Connected to proxy (127.0.0.1) port 3128 (#4)\n");
+  tunnelled.onHeaderOut("CONNECT api.example:443 HTTP/1.1\r\n\r\n");
+  tunnelled.onAnswerIn();
+  ASSERT_TRUE(tunnelled.beginAttempt());
+  EXPECT_FALSE(tunnelled.requestWritten());
+  EXPECT_FALSE(tunnelled.outcome(true).answerStarted);
+  tunnelled.onHeaderOut("POST /r HTTP/1.1\r\n\r\n");
+  EXPECT_FALSE(tunnelled.beginAttempt());  // curl's own resend after bytes went out
+  const struct {
+    const char *stream, *connection;
+    bool refused;
+  } streams[] = {{"7", "#3", true}, {"5", "#3", false}, {"7", "#2", false}};
+  for (const auto& [stream, connection, refused] : streams) {
+    detail::AttemptTrace trace(ledger);
+    trace.onText("Re-using existing connection "s + connection + " with host h\n");
+    ASSERT_TRUE(trace.beginAttempt());
+    trace.onText("Using Stream ID: "s + stream + " (easy handle 0x1)\n");
+    trace.onHeaderOut("POST /r HTTP/2\r\n\r\n");
+    if (connection == "#3"s) trace.onText("recveived GOAWAY, error=0, last_stream=5\n");
+    EXPECT_EQ(trace.outcome(true).refusedByPeer, refused) << stream << " on " << connection;
+  }
 }
 
 TEST(SessionWireTest, OversizedHeaderBlockFailsThatExchangeClearly) {
