@@ -26,8 +26,11 @@ constexpr std::array<KindName, 7> kKindNames = {{{PeerKind::nginxHttp1, "nginx-h
                                                  {PeerKind::tls11, "tls1.1"},
                                                  {PeerKind::tls12, "tls1.2"}}};
 
-const std::map<std::string, std::string> kPackageOf = {
-    {"nginx", "nginx"}, {"haproxy", "haproxy"}, {"squid", "squid"}, {"gzip", "gzip"}};
+const std::map<std::string, std::string> kPackageOf = {{"nginx", "nginx"},
+                                                       {"haproxy", "haproxy"},
+                                                       {"squid", "squid"},
+                                                       {"gzip", "gzip"},
+                                                       {"openssl", "openssl"}};
 
 const std::vector<std::string> kProxyVariables = {
     "http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"};
@@ -37,6 +40,10 @@ std::string tailOf(const std::string& path) {
   text << std::ifstream(path).rdbuf();
   const std::string all = text.str();
   return all.size() > 2000 ? all.substr(all.size() - 2000) : all;
+}
+
+std::string installHint(const std::string& program) {
+  return "install the Debian package " + kPackageOf.at(program) + " (scripts/install-peers)";
 }
 
 void write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
@@ -85,6 +92,7 @@ PeerSet::~PeerSet() {
 std::string PeerSet::start(const PeerOptions& options) {
   if (folder_.empty()) return "cannot make a private folder for the peers";
   if (options.kind != PeerKind::nginxHttp1) {
+    if (!findProgram("openssl")) return "openssl is not installed: " + installHint("openssl");
     certificates_ = makePeerCertificates(folder_, std::string(kProxiedHostName));
     if (!certificates_)
       return "cannot make test certificates with openssl: " + tailOf(folder_ + "/openssl.log");
@@ -156,8 +164,7 @@ std::string PeerSet::startProgram(PeerProcess& process, const std::string& progr
                                   std::vector<std::string> arguments, int port) {
   const std::optional<std::string> path = findProgram(program);
   if (!path) {
-    return program + " is not installed: install the Debian package " + kPackageOf.at(program) +
-           " (scripts/install-peers)";
+    return program + " is not installed: " + installHint(program);
   }
   arguments.insert(arguments.begin(), *path);
   const std::string log = folder_ + "/" + program + ".log";
