@@ -1,5 +1,7 @@
-// initialize, wait, state, set-user-id, set-custom-headers, request-permission, delete-config,
-// remove-custom-headers: the manager's operations and the store's static ones.
+// initialize, wait, pause, state, set-user-id, set-custom-headers, request-permission,
+// delete-config, remove-custom-headers: the manager's operations and the store's static ones.
+#include <thread>
+
 #include "HostFormat.h"
 #include "HostSession.h"
 #include "platform/Console.h"
@@ -27,6 +29,14 @@ std::optional<std::string> wait(HostSession&, const Words& words) {
     // Durable reports kept by those exchanges are delivered by the kit's worker: wait for it too.
     zelnora_core::ZAReportOutbox::waitUntilSettled(limit);
   });
+}
+
+// A quiet spell on the network, such as a real app has between bursts (peers retire idle
+// connections in the meantime).
+std::optional<std::string> pause(HostSession&, const Words& words) {
+  if (words.size() != 1) return "usage: pause SECONDS";
+  return runParsed(parseWait(words),
+                   [](std::chrono::milliseconds spell) { std::this_thread::sleep_for(spell); });
 }
 
 std::optional<std::string> state(HostSession&, const Words& words) {
@@ -66,13 +76,16 @@ void addLifecycleCommands(CommandTable& table) {
   table["wait"] = {wait, "[SECONDS]",
                    "waits for every exchange started so far and any delivery it set off "
                    "(default 10 s)"};
+  table["pause"] = {pause, "SECONDS",
+                    "does nothing for that long, as an app between bursts (peers may retire idle "
+                    "connections meanwhile)"};
   table["state"] = {state, "", "prints \"host: state initialized=... debug=... disabled=...\""};
   table["set-user-id"] = {setUserId, "ID", "stores the user id (the manager's operation)"};
   table["set-custom-headers"] = {setCustomHeaders, "[NAME=VALUE ...]",
                                  "replaces the custom headers sent with every request"};
   table["request-permission"] = {
       plainCommand([] { ZAManager::sharedInstance().requestPermission(); }), "",
-      "the manager's notification-permission request"};
+      "asks for location authorisation (the manager's requestPermission)"};
   table["delete-config"] = {plainCommand([] { ZAPreferencesUtil::deleteConfig(); }), "",
                             "removes the stored configuration"};
   table["remove-custom-headers"] = {plainCommand([] { ZAPreferencesUtil::removeCustomHeaders(); }),
