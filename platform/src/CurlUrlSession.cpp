@@ -506,8 +506,13 @@ Error errorOf(const Transfer& transfer, CURLcode result) {
 bool isConnectionLoss(const Transfer& transfer, CURLcode result) {
   if (transfer.resendRefused) return true;
   if (transfer.bodyTooLarge || transfer.headersTooLarge) return false;
+  // libcurl 7.88 fails a request with CURLE_FAILED_INIT ("send: no filter connected") when the
+  // connection it was given (a proxy's tunnel, seen with squid) was torn down before any byte of
+  // it was written: a lost connection too, and one the server cannot have acted on.
+  const bool unwrittenOnClosedConnection =
+      result == CURLE_FAILED_INIT && !transfer.trace.requestWritten();
   return result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR || result == CURLE_GOT_NOTHING ||
-         result == CURLE_HTTP2 || result == CURLE_HTTP2_STREAM;
+         result == CURLE_HTTP2 || result == CURLE_HTTP2_STREAM || unwrittenOnClosedConnection;
 }
 
 bool resendsOnFreshConnection(const Transfer& transfer, CURLcode result) {
