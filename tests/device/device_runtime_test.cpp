@@ -110,7 +110,7 @@ TEST_F(DeviceIdentifierDeathTest, FirstReadJoinsTheNonZeroBytesOfTheMachineField
       {"iPhone15,2", "iPhone15,2"}, {"iPh\0one15,2"s, "iPhone15,2"}, {"\0\0iPad14,5\0\0x"s, "iPad14,5x"},
       {"", ""}, {std::string(256, 'a'), std::string(256, 'a')}, {"iPhone\xff\x80", "iPhone\xc3\xbf\xc2\x80"}}) {
     // clang-format on
-    expectInFreshProcess(field, [&](platform::testing::FakeSystemInfo& system) {
+    expectInFreshProcess(field, [&expected = expected](platform::testing::FakeSystemInfo& system) {
       const bool first = Device::identifier() == expected;
       system.machine.fill('z');  // read once: later reads return the stored text
       return first && Device::identifier() == expected;
