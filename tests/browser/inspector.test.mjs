@@ -141,7 +141,7 @@ try {
   assert.deepEqual(dialogs, [], 'no script ran from a report');
   console.log('inspector: all checks passed');
 } finally {
+  await stopService(service);  // pages still open: a stop must end their event streams
   await browser?.close();
-  await stopService(service);
   fs.rmSync(scratch, { recursive: true, force: true });
 }

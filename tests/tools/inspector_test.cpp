@@ -1,12 +1,9 @@
 // The reference service's inspector: the report check's verdicts, and the registry and outage
-// changes it accepts and refuses over HTTP. The page itself is driven in tests/browser.
-#include <condition_variable>
-#include <mutex>
+// changes it accepts and refuses over HTTP. The page itself (live updates, kill switch, outage,
+// escaping, a stop with pages open) is driven in tests/browser.
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -83,14 +80,6 @@ class InspectorRoutes : public testing::Test {
   std::unique_ptr<ReferenceService> service_;
 };
 
-TEST_F(InspectorRoutes, KillSwitchAndStatusChangeTheKeysAnswer) {
-  ASSERT_EQ(post("/inspector/registry", R"({"key":"demo-key","killSwitch":true})")->status, 200);
-  EXPECT_EQ(demoKeyAnswer(), R"({"k":true,"nai":"demo-app","nt":"apns"})")
-      << "members in their order";
-  ASSERT_EQ(post("/inspector/registry", R"({"key":"demo-key","status":500})")->status, 200);
-  EXPECT_EQ(client().Get("/config/demo-key")->status, 500);
-}
-
 TEST_F(InspectorRoutes, RefusedChangesChangeNothing) {
   const std::string before = demoKeyAnswer();
   const struct {
@@ -119,26 +108,6 @@ TEST_F(InspectorRoutes, RefusedChangesChangeNothing) {
   EXPECT_EQ(service_->outage().failNext, 0U);
 }
 
-TEST_F(InspectorRoutes, StagedOutageFailsTheNextTrackingRequests) {
-  ASSERT_EQ(
-      post("/inspector/outage", R"({"failNext":1,"failStatus":429,"retryAfterSeconds":7})")->status,
-      200);
-  const auto refused = post("/tracker/app", "{}");
-  EXPECT_EQ(refused->status, 429);
-  EXPECT_EQ(refused->get_header_value("Retry-After"), "7");
-  EXPECT_EQ(post("/tracker/app", "{}")->status, 200);
-}
-
-TEST_F(InspectorRoutes, ItsOwnRequestsAreNotRecorded) {
-  EXPECT_EQ(client().Get("/")->status, 200);
-  EXPECT_EQ(client().Get("/inspector/page.js")->status, 200);
-  EXPECT_EQ(post("/inspector/registry", R"({"key":"demo-key","status":200})")->status, 200);
-  EXPECT_EQ(post("/tracker/app", "{}")->status, 200);
-  ASSERT_EQ(service_->received().size(), 1U);
-  EXPECT_EQ(client().Get("/inspector/received.jsonl")->body,
-            service_->received()[0].toJsonLine() + "\n");
-}
-
 TEST_F(InspectorRoutes, AnswersOnlyToLoopbackNames) {
   const httplib::Headers rebound{{"Host", "rebound.example:" + std::to_string(service_->port())}};
   EXPECT_EQ(client().Get("/inspector/received.jsonl", rebound)->status, 403);
@@ -149,35 +118,6 @@ TEST_F(InspectorRoutes, AnswersOnlyToLoopbackNames) {
             403);
   EXPECT_EQ(client().Get("/", {{"Host", "LocalHost:1"}})->status, 200);
   EXPECT_EQ(client().Get("/config/demo-key", rebound)->status, 200) << "unchanged, any name";
-}
-
-TEST_F(InspectorRoutes, StopEndsAnOpenEventStream) {
-  std::mutex mutex;
-  std::condition_variable arrived;
-  std::string stream;
-  std::thread page([&] {
-    client().Get("/inspector/events", [&](const char* data, std::size_t length) {
-      std::lock_guard lock(mutex);
-      stream.append(data, length);
-      arrived.notify_all();
-      return true;
-    });
-  });
-  {
-    std::unique_lock lock(mutex);
-    arrived.wait(lock, [&] { return stream.find("event: state") != std::string::npos; });
-  }
-  service_->stop();  // returns only once the stream has ended
-  page.join();
-  EXPECT_THAT(stream, testing::HasSubstr(R"(\"k\":false)"));
-}
-
-TEST(InspectorOff, TheLibrarysDefaultServesNoPage) {
-  ReferenceService service(
-      ReferenceServiceOptions{.registry = KeyRegistry::withDemoKey("demo-key")});
-  ASSERT_GT(service.start(), 0);
-  EXPECT_EQ(httplib::Client("127.0.0.1", service.port()).Get("/")->status, 404);
-  EXPECT_EQ(service.received().size(), 1U);
 }
 
 }  // namespace
