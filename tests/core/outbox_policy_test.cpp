@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/testing/FakePlatform.h"
 #include "zelnora_core/src/OutboxLedger.h"
 #include "zelnora_core/src/OutboxPolicy.h"
-#include "platform/testing/FakePlatform.h"
 
 namespace zelnora_core::detail {
 namespace {
