@@ -10,7 +10,7 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
-#include "Inspector.h"
+#include "LiveView.h"
 #include "platform/internal/HttpText.h"
 
 namespace zelnora_tools {

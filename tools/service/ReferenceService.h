@@ -21,7 +21,7 @@
 // application key"}.
 //
 // With `inspector` set, "/" also serves a live view of what arrives and of the registry, which it
-// can change (Inspector.h); its own requests are not recorded.
+// can change (LiveView.h); its own requests are not recorded.
 //
 // With a fault mode (FaultServer.h) a raw-socket server takes the HTTP server's place: it reads and
 // records every request the same way, then answers it wrongly in that one way, on every path.
@@ -120,7 +120,7 @@ struct ReferenceServiceOptions {
   std::chrono::milliseconds downFor{0};
   int failStatus = 503;
   std::optional<long long> retryAfterSeconds;
-  // Serve the live inspector page and its routes (Inspector.h); ignored in a fault mode.
+  // Serve the live inspector page and its routes (LiveView.h); ignored in a fault mode.
   bool inspector = false;
 };
 

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
   zelnora_tools::ReferenceServiceOptions& options = commandLine.options;
   options.registry = zelnora_tools::KeyRegistry::withDemoKey("demo-key");
   options.printRequests = true;
-  options.inspector = true;  // the live page at / (Inspector.h)
+  options.inspector = true;  // the live page at / (LiveView.h)
   std::string error;
   if (!zelnora_tools::parseServiceCommandLine({argv + 1, argv + argc}, commandLine, error)) {
     std::cerr << "zelnora-service: " << error << "\n" << zelnora_tools::serviceSynopsis() << "\n";

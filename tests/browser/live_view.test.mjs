@@ -1,7 +1,7 @@
 // The inspector page in a real browser (Debian's chromium, headless): reports sent by the real
 // zelnora-host appear live, an event that looks like HTML shows as text, the filters and the
 // download work, and flipping the kill switch in the page disables the next start-up.
-//   node inspector.test.mjs SERVICE HOST [SCREENSHOT.png]
+//   node live_view.test.mjs SERVICE HOST [SCREENSHOT.png]
 import { spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';

@@ -5,7 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Inspector.h"
+#include "LiveView.h"
 #include "ReferenceService.h"
 
 namespace zelnora_tools {

@@ -1,7 +1,7 @@
 # Writes the inspector's page, script and style sheet into one C++ file (cmake -P), so that the
 # program carries them: -DOUTPUT=file.cpp -DPAGE=index.html -DSCRIPT=page.js -DSTYLE=page.css
-set(text "// Generated from tools/service/inspector/ by EmbedInspector.cmake; do not edit.\n")
-string(APPEND text "#include \"InspectorAssets.h\"\n\nnamespace zelnora_tools::inspector_assets {\n")
+set(text "// Generated from tools/service/inspector/ by EmbedLiveView.cmake; do not edit.\n")
+string(APPEND text "#include \"LiveViewAssets.h\"\n\nnamespace zelnora_tools::inspector_assets {\n")
 foreach(pair "kPage;${PAGE}" "kScript;${SCRIPT}" "kStyle;${STYLE}")
   list(GET pair 0 name)
   list(GET pair 1 path)

@@ -1,4 +1,4 @@
-#include "Inspector.h"
+#include "LiveView.h"
 
 #include <chrono>
 #include <functional>
@@ -7,7 +7,7 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
-#include "InspectorAssets.h"
+#include "LiveViewAssets.h"
 #include "ReferenceService.h"
 #include "ReportCheck.h"
 #include "platform/internal/HttpText.h"
