@@ -71,12 +71,8 @@ bool isHttpScheme(const std::string& scheme) { return scheme == "http" || scheme
 
 // An HTTP token, whatever the host's locale: this also keeps CR, LF, NUL, ':' and blanks out of
 // names and methods.
+using http::isSendableValue;
 using http::isToken;
-
-// curl writes header lines verbatim: CR or LF in a value would inject header lines.
-bool isSendableValue(std::string_view value) {
-  return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
-}
 
 // The transport frames every message itself: a copy from the request could contradict it (a
 // redirected GET still declaring the POST's length, a second length) or name another host.

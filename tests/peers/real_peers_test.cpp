@@ -3,7 +3,6 @@
 // counts what arrived. A missing server fails its case, naming the package to install.
 #include <map>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "Peers.h"
 #include "ReferenceService.h"
 #include "support/ChildProcess.h"
+#include "support/HostOutput.h"
 #include "support/TempDirectory.h"
 
 namespace {
@@ -32,20 +32,7 @@ struct PeerCase {
 
 void PrintTo(const PeerCase& c, std::ostream* out) { *out << c.name; }
 
-// The kit's own lines, outside the traffic dumps and the host's "host: " lines.
-Lines kitLines(const std::string& output) {
-  Lines found;
-  bool inDump = false;
-  std::istringstream text(output);
-  for (std::string line; std::getline(text, line);) {
-    if (line.find(" - - - - - - - - - - ") != std::string::npos) {
-      inDump = line.find(" END ") == std::string::npos;
-    } else if (!inDump && !line.empty() && !line.starts_with("host: ")) {
-      found.push_back(line);
-    }
-  }
-  return found;
-}
+using test_support::kitLines;
 
 // The fields the session adds by itself, in their shape, as the origin behind the peer saw them.
 bool carriesSessionFields(const zelnora_tools::RecordedRequest& request) {

@@ -4,7 +4,6 @@
 #include <csignal>
 #include <filesystem>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +14,7 @@
 #include "HostBundle.h"
 #include "ReferenceService.h"
 #include "support/ChildProcess.h"
+#include "support/HostOutput.h"
 #include "support/TempDirectory.h"
 
 namespace zelnora_tools {
@@ -39,23 +39,8 @@ constexpr const char* kRegistry = R"({"keys": {
 const std::string kIncoming = "\n - - - - - - - - - - INCOMMING - - - - - - - - - - \n\n";
 const std::string kEnd = "\n - - - - - - - - - -  END - - - - - - - - - - \n\n";
 
-// The output's lines that start with `prefix`; with `kitOnly`, the lines the kit printed itself:
-// neither the host's own ("host: ...") nor those of a traffic dump.
-Lines linesOf(const std::string& output, const std::string& prefix, bool kitOnly = false) {
-  Lines found;
-  bool inDump = false;
-  std::istringstream text(output);
-  for (std::string line; std::getline(text, line);) {
-    if (line.find(" - - - - - - - - - - ") != std::string::npos) {
-      inDump = line.find(" END ") == std::string::npos;
-    } else if (kitOnly ? !inDump && !line.empty() && !line.starts_with("host: ")
-                       : line.starts_with(prefix)) {
-      found.push_back(line);
-    }
-  }
-  return found;
-}
-Lines kitLines(const std::string& output) { return linesOf(output, "", true); }
+using test_support::kitLines;
+using test_support::linesOf;
 
 std::string statusError(int status) {
   const std::string code = std::to_string(status);

@@ -3,8 +3,6 @@
 // it, and runs until SIGINT or SIGTERM. For trying the kit (or zelnora-load --url) by hand.
 //
 //   zelnora-peers ARRANGEMENT [--keepalive-requests N] [--idle-ms N]
-#include <pthread.h>
-#include <signal.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -64,12 +62,7 @@ int main(int argc, char** argv) {
     std::cerr << kUsage << "\n";
     return 2;
   }
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  zelnora_tools::blockStopSignals();
 
   zelnora_tools::ReferenceServiceOptions serviceOptions;
   serviceOptions.registry = zelnora_tools::KeyRegistry::withDemoKey("demo-key");
@@ -89,7 +82,6 @@ int main(int argc, char** argv) {
   zelnora_host::writeHostBundle(peers.folder() + "/bundle",
                                 zelnora_host::settingsForService(peers.baseUrl()));
   printSetUp(peers, options.originPort);
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  zelnora_tools::waitForStopSignal();
   return 0;
 }

@@ -1,5 +1,7 @@
 #include "ReferenceService.h"
 
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -360,6 +362,31 @@ void ReferenceService::record(const RecordedRequest& request) {
     if (options_.keepRequests) received_.push_back(request);
   }
   receivedChanged_.notify_all();
+}
+
+namespace {
+
+sigset_t stopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  return set;
+}
+
+}  // namespace
+
+void blockStopSignals() {
+  const sigset_t set = stopSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+}
+
+int waitForStopSignal() {
+  const sigset_t set = stopSignals();
+  int received = 0;
+  sigwait(&set, &received);
+  return received;
 }
 
 }  // namespace zelnora_tools

@@ -192,4 +192,12 @@ class ReferenceService {
   std::optional<long long> retryAfterSeconds_;       // guarded by mutex_
 };
 
+/// For the programs that run servers until stopped: blocks SIGINT and SIGTERM in this thread and
+/// in every thread started after it (a server's threads inherit the mask) and ignores SIGPIPE.
+/// Call before starting any server; waitForStopSignal then takes the stop synchronously, so that
+/// stopping runs on an ordinary thread.
+void blockStopSignals();
+/// Waits for SIGINT or SIGTERM (blocked by blockStopSignals) and returns the one that came.
+int waitForStopSignal();
+
 }  // namespace zelnora_tools

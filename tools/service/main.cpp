@@ -1,7 +1,5 @@
 // zelnora-service: the reference service as a program. Runs until SIGINT or SIGTERM.
 // `zelnora-service --help` lists the options (ServiceOptions.cpp holds them).
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -26,14 +24,7 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  // Block the stop signals in every thread (the server's threads inherit the mask) and take them
-  // synchronously here, so that stopping runs on an ordinary thread.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  zelnora_tools::blockStopSignals();
 
   zelnora_tools::ReferenceService service(std::move(options));
   int port = service.start();
@@ -44,8 +35,7 @@ int main(int argc, char** argv) {
   std::printf("zelnora-service: listening on 127.0.0.1:%d\n", port);
   std::fflush(stdout);
 
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  zelnora_tools::waitForStopSignal();
   service.stop();
   std::printf("zelnora-service: stopped\n");
   return 0;

@@ -6,13 +6,6 @@
 #include "platform/internal/HttpText.h"
 
 namespace zelnora_core::detail {
-namespace {
-
-bool isSendableValue(std::string_view value) {
-  return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
-}
-
-}  // namespace
 
 std::string hostText(const std::string& text) { return platform::repairedUtf8(text); }
 
@@ -26,7 +19,7 @@ std::map<std::string, std::string> sendableHeaders(
   std::map<std::string, std::string> sendable;
   for (const auto& [name, value] : headers) {
     std::string repairedValue = hostText(value);
-    if (platform::http::isToken(name) && isSendableValue(repairedValue)) {
+    if (platform::http::isToken(name) && platform::http::isSendableValue(repairedValue)) {
       sendable.emplace(name, std::move(repairedValue));
     }
   }

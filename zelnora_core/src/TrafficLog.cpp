@@ -29,8 +29,7 @@ void writeBlock(std::string_view banner, std::string text) {
 }  // namespace
 
 bool isSendableHeaderField(std::string_view name, std::string_view value) {
-  return platform::http::isToken(name) &&
-         value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+  return platform::http::isToken(name) && platform::http::isSendableValue(value);
 }
 
 std::string outgoingText(const platform::URLRequest& request) {

@@ -23,6 +23,12 @@ constexpr bool isToken(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
 }
 
+/// A field value that can go on the wire as it is: no CR, LF or NUL, which would end the header
+/// line early (libcurl writes values verbatim, so they would inject a line of their own).
+constexpr bool isSendableValue(std::string_view value) {
+  return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
 /// ASCII case-insensitive equality, as field names compare.
 constexpr bool equalsIgnoringCase(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
