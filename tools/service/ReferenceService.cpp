@@ -379,7 +379,7 @@ sigset_t stopSignals() {
 void blockStopSignals() {
   const sigset_t set = stopSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  (void)signal(SIGPIPE, SIG_IGN);
 }
 
 int waitForStopSignal() {
