@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <unordered_map>
@@ -22,6 +21,7 @@
 #include "SessionFields.h"
 #include "platform/UrlSession.h"
 #include "platform/internal/HttpText.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform {
 namespace {
@@ -44,8 +44,8 @@ constexpr int kIdlePollMs = 10'000;
 std::atomic<std::size_t> maximumBodyBytes{URLSessionLimits{}.maximumBodyBytes};
 std::atomic<std::size_t> maximumHeaderBytes{URLSessionLimits{}.maximumHeaderBytes};
 
-std::mutex networkMutex;
-URLSessionNetwork networkSettings;  // guarded by networkMutex
+Mutex networkMutex;
+URLSessionNetwork networkSettings ZELNORA_GUARDED_BY(networkMutex);
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
@@ -549,7 +549,7 @@ class CurlUrlSession final : public URLSession {
 
   void dataTask(URLRequest request, DataTaskCompletion completion) override {
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       const std::uint64_t ticket = nextTicket_++;
       unfinished_.insert(ticket);
       queued_.push_back(
@@ -560,7 +560,7 @@ class CurlUrlSession final : public URLSession {
 
   void post(std::function<void()> completion) override {
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       const std::uint64_t ticket = nextTicket_++;
       unfinished_.insert(ticket);
       posted_.emplace_back(ticket, std::move(completion));
@@ -569,12 +569,17 @@ class CurlUrlSession final : public URLSession {
   }
 
   bool waitUntilIdle(std::chrono::milliseconds limit) override {
-    std::unique_lock lock(mutex_);
+    const auto deadline = SteadyClock::now() + limit;
+    MutexLock lock(mutex_);
     const std::uint64_t horizon = nextTicket_;
-    auto idle = [&] { return unfinished_.empty() || *unfinished_.begin() >= horizon; };
     // A completion waiting for its own task would wait forever.
-    if (std::this_thread::get_id() == workerId_) return idle();
-    return settled_.wait_for(lock, limit, idle);
+    if (std::this_thread::get_id() == workerId_) return settledBefore(horizon);
+    while (!settledBefore(horizon)) {
+      if (settled_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+        return settledBefore(horizon);
+      }
+    }
+    return true;
   }
 
  private:
@@ -585,6 +590,11 @@ class CurlUrlSession final : public URLSession {
     curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, kMaxConnectionsPerHost);
     curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, kMaxTotalConnections);
     return multi;
+  }
+
+  // Every task and posted completion with a ticket below `horizon` has finished.
+  bool settledBefore(std::uint64_t horizon) const ZELNORA_REQUIRES(mutex_) {
+    return unfinished_.empty() || *unfinished_.begin() >= horizon;
   }
 
   void runWorker() {
@@ -600,14 +610,14 @@ class CurlUrlSession final : public URLSession {
   }
 
   bool canAdmitMore() {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return !queued_.empty() && running_.size() < kMaxActiveTransfers;
   }
 
   void admitQueued() {
     std::vector<std::unique_ptr<Transfer>> admitted;
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       while (!queued_.empty() && running_.size() + admitted.size() < kMaxActiveTransfers) {
         admitted.push_back(std::move(queued_.front()));
         queued_.pop_front();
@@ -715,7 +725,7 @@ class CurlUrlSession final : public URLSession {
   void runPosted() {
     std::deque<std::pair<std::uint64_t, std::function<void()>>> posted;
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       posted.swap(posted_);
     }
     for (auto& [ticket, completion] : posted) {
@@ -726,7 +736,7 @@ class CurlUrlSession final : public URLSession {
       }
       completion = nullptr;
       {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         unfinished_.erase(ticket);
       }
       settled_.notify_all();
@@ -746,7 +756,7 @@ class CurlUrlSession final : public URLSession {
     }
     completion = nullptr;  // release what the callback captured before reporting it finished
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       unfinished_.erase(ticket);
     }
     settled_.notify_all();
@@ -755,24 +765,24 @@ class CurlUrlSession final : public URLSession {
   CURLM* const multi_;
   detail::CookieJar cookies_;  // worker thread only, apart from its own locks
   std::thread::id workerId_;
-  std::mutex mutex_;
-  std::condition_variable settled_;               // a completion has returned
-  std::deque<std::unique_ptr<Transfer>> queued_;  // guarded by mutex_
-  std::set<std::uint64_t> unfinished_;            // guarded by mutex_: tickets not yet completed
-  std::deque<std::pair<std::uint64_t, std::function<void()>>> posted_;  // guarded by mutex_
-  std::uint64_t nextTicket_ = 0;                                        // guarded by mutex_
+  Mutex mutex_;
+  std::condition_variable_any settled_;  // a completion has returned
+  std::deque<std::unique_ptr<Transfer>> queued_ ZELNORA_GUARDED_BY(mutex_);
+  std::set<std::uint64_t> unfinished_ ZELNORA_GUARDED_BY(mutex_);  // tickets not yet completed
+  std::deque<std::pair<std::uint64_t, std::function<void()>>> posted_ ZELNORA_GUARDED_BY(mutex_);
+  std::uint64_t nextTicket_ ZELNORA_GUARDED_BY(mutex_) = 0;
   std::vector<Transfer*> running_;  // worker thread only: transfers curl runs
 };
 
 }  // namespace
 
 URLSessionNetwork urlSessionNetwork() {
-  std::lock_guard lock(networkMutex);
+  MutexLock lock(networkMutex);
   return networkSettings;
 }
 
 void setURLSessionNetwork(const URLSessionNetwork& network) {
-  std::lock_guard lock(networkMutex);
+  MutexLock lock(networkMutex);
   networkSettings = network;
 }
 
