@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <random>
 #include <string>
 #include <system_error>
@@ -16,6 +15,7 @@
 #include "LinuxProviders.h"
 #include "SqliteFile.h"
 #include "platform/ReportOutbox.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform {
 namespace {
@@ -154,12 +154,12 @@ class SqliteReportOutbox final : public ReportOutbox {
       : connection_(std::move(path), kSchema, detail::WhenUnsound::setAside) {}
 
   bool ensureOpen() {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return connection_.get() != nullptr;
   }
 
   bool transact(const Work& work) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     sqlite3* db = connection_.get();
     // BEGIN IMMEDIATE takes the write lock up front, so a read-then-write cannot interleave with
     // another process's.
@@ -176,8 +176,8 @@ class SqliteReportOutbox final : public ReportOutbox {
   }
 
  private:
-  std::mutex mutex_;
-  detail::SqliteConnection connection_;  // guarded by mutex_
+  Mutex mutex_;
+  detail::SqliteConnection connection_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 class SqliteReportOutboxStore final : public ReportOutboxStore {
@@ -189,7 +189,7 @@ class SqliteReportOutboxStore final : public ReportOutboxStore {
         groupName.front() == '.') {
       return nullptr;
     }
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     std::shared_ptr<SqliteReportOutbox>& cached = outboxes_[std::string(groupName)];
     if (!cached) {
       if (!detail::createPrivateDirectories(directory_)) return nullptr;
@@ -201,8 +201,8 @@ class SqliteReportOutboxStore final : public ReportOutboxStore {
 
  private:
   const std::string directory_;
-  std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<SqliteReportOutbox>> outboxes_;  // guarded by mutex_
+  Mutex mutex_;
+  std::map<std::string, std::shared_ptr<SqliteReportOutbox>> outboxes_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 }  // namespace
@@ -213,10 +213,10 @@ std::unique_ptr<ReportOutboxStore> makeSqliteReportOutboxStore(std::string conta
 
 std::string outboxOwnerName() {
   thread_local std::mt19937_64 random{std::random_device{}()};
-  static std::mutex mutex;
-  static pid_t namedFor = 0;
-  static std::string name;
-  std::lock_guard lock(mutex);
+  static Mutex mutex;
+  static pid_t namedFor ZELNORA_GUARDED_BY(mutex) = 0;
+  static std::string name ZELNORA_GUARDED_BY(mutex);
+  MutexLock lock(mutex);
   if (namedFor != ::getpid()) {
     namedFor = ::getpid();
     name = std::to_string(namedFor) + ":" + std::to_string(random());

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +26,7 @@
 #include "SqliteFile.h"
 #include "platform/PropertyListReader.h"
 #include "platform/UserDefaults.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform {
 namespace detail {
@@ -208,12 +208,12 @@ class SqliteSuite final : public UserDefaultsSuite {
 
   // True when this process has an open connection (opening one if needed).
   bool ensureOpen() {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return connection() != nullptr;
   }
 
   std::optional<PropertyValue> object(std::string_view key) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (connection() == nullptr) return std::nullopt;
     const std::optional<WalIndexHeader::Reading> before = walIndex_.read();
     if (before && before == cachedAt_) {
@@ -227,7 +227,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   void set(std::string_view key, const PropertyValue& value) override {
     const std::optional<Bytes> encoded = detail::encodeBinaryPropertyList(value);
     if (!encoded || encoded->size() > detail::kMaxPropertyListBytes) return;
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     forgetCache();
     Statement upsert(prepared(kUpsert));
     if (!upsert) return;
@@ -237,7 +237,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   }
 
   void remove(std::string_view key) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     forgetCache();
     Statement removal(prepared(kDelete));
     if (!removal) return;
@@ -247,7 +247,7 @@ class SqliteSuite final : public UserDefaultsSuite {
 
   std::map<std::string, PropertyValue> dictionaryRepresentation() override {
     std::map<std::string, PropertyValue> entries;
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     Statement selectAll(prepared(kSelectAll));
     if (!selectAll) return entries;
     while (sqlite3_step(selectAll.get()) == SQLITE_ROW) {
@@ -261,7 +261,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   // Entries remembered per committed state; the kit reads a handful of keys.
   static constexpr std::size_t kMaxCachedEntries = 32;
 
-  std::optional<PropertyValue> readObject(std::string_view key) {
+  std::optional<PropertyValue> readObject(std::string_view key) ZELNORA_REQUIRES(mutex_) {
     Statement select(prepared(kSelectOne));
     if (!select) return std::nullopt;
     select.bindText(1, key);
@@ -270,7 +270,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   }
 
   void remember(const WalIndexHeader::Reading& state, std::string_view key,
-                const std::optional<PropertyValue>& value) {
+                const std::optional<PropertyValue>& value) ZELNORA_REQUIRES(mutex_) {
     if (cachedAt_ != state || cache_.size() >= kMaxCachedEntries) {
       cache_.clear();
       cachedAt_ = state;
@@ -278,14 +278,14 @@ class SqliteSuite final : public UserDefaultsSuite {
     cache_.insert_or_assign(std::string(key), value);
   }
 
-  void forgetCache() {
+  void forgetCache() ZELNORA_REQUIRES(mutex_) {
     cache_.clear();
     cachedAt_.reset();
   }
 
   // This process's connection; its statements and cache start afresh with every new connection
   // (a child after fork() leaves the parent's statements alone).
-  sqlite3* connection() {
+  sqlite3* connection() ZELNORA_REQUIRES(mutex_) {
     sqlite3* db = connection_.get();
     if (db != preparedFor_) {
       statements_.fill(nullptr);
@@ -298,7 +298,7 @@ class SqliteSuite final : public UserDefaultsSuite {
   }
 
   // The cached statement of that kind on this process's connection; null when there is none.
-  sqlite3_stmt* prepared(StatementKind kind) {
+  sqlite3_stmt* prepared(StatementKind kind) ZELNORA_REQUIRES(mutex_) {
     sqlite3* db = connection();
     if (db == nullptr) return nullptr;
     sqlite3_stmt*& slot = statements_[kind];
@@ -308,14 +308,15 @@ class SqliteSuite final : public UserDefaultsSuite {
     return slot;
   }
 
-  std::mutex mutex_;
-  detail::SqliteConnection connection_;  // guarded by mutex_
-  sqlite3* preparedFor_ = nullptr;       // guarded by mutex_: the connection of statements_
-  std::array<sqlite3_stmt*, kStatementKinds> statements_{};  // guarded by mutex_
-  WalIndexHeader walIndex_;                                  // guarded by mutex_
-  // Values read at the committed state cachedAt_ (absent values too); guarded by mutex_.
-  std::optional<WalIndexHeader::Reading> cachedAt_;
-  std::map<std::string, std::optional<PropertyValue>, std::less<>> cache_;
+  Mutex mutex_;
+  detail::SqliteConnection connection_ ZELNORA_GUARDED_BY(mutex_);
+  sqlite3* preparedFor_ ZELNORA_GUARDED_BY(mutex_) = nullptr;  // the connection of statements_
+  std::array<sqlite3_stmt*, kStatementKinds> statements_ ZELNORA_GUARDED_BY(mutex_){};
+  WalIndexHeader walIndex_ ZELNORA_GUARDED_BY(mutex_);
+  // Values read at the committed state cachedAt_ (absent values too).
+  std::optional<WalIndexHeader::Reading> cachedAt_ ZELNORA_GUARDED_BY(mutex_);
+  std::map<std::string, std::optional<PropertyValue>, std::less<>> cache_
+      ZELNORA_GUARDED_BY(mutex_);
 };
 
 class SqliteUserDefaultsStore final : public UserDefaultsStore {
@@ -324,7 +325,7 @@ class SqliteUserDefaultsStore final : public UserDefaultsStore {
 
   std::shared_ptr<UserDefaultsSuite> suite(std::string_view suiteName) override {
     if (!isSafeSuiteName(suiteName)) return nullptr;
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     std::shared_ptr<SqliteSuite>& cached = suites_[std::string(suiteName)];
     if (!cached) {
       if (!detail::createPrivateDirectories(directory_)) return nullptr;
@@ -336,8 +337,8 @@ class SqliteUserDefaultsStore final : public UserDefaultsStore {
 
  private:
   const std::string directory_;
-  std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<SqliteSuite>> suites_;  // guarded by mutex_
+  Mutex mutex_;
+  std::map<std::string, std::shared_ptr<SqliteSuite>> suites_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 std::string homeDirectoryForContainer() {
