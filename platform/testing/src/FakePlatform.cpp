@@ -15,25 +15,25 @@ std::optional<typename Map::mapped_type> find(const Map& map, const Key& key) {
 class InMemorySuite final : public UserDefaultsSuite {
  public:
   std::optional<PropertyValue> object(std::string_view key) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return find(values_, key);
   }
   void set(std::string_view key, const PropertyValue& value) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     values_.insert_or_assign(std::string(key), value);
   }
   void remove(std::string_view key) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (auto it = values_.find(key); it != values_.end()) values_.erase(it);
   }
   std::map<std::string, PropertyValue> dictionaryRepresentation() override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return {values_.begin(), values_.end()};
   }
 
  private:
-  std::mutex mutex_;
-  std::map<std::string, PropertyValue, std::less<>> values_;  // guarded by mutex_
+  Mutex mutex_;
+  std::map<std::string, PropertyValue, std::less<>> values_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 class FakeLocationManager final : public LocationManager {
@@ -64,7 +64,7 @@ std::optional<PropertyValue> FakeKitBundle::objectForInfoDictionaryKey(std::stri
 }
 
 std::shared_ptr<UserDefaultsSuite> InMemoryUserDefaults::suite(std::string_view suiteName) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto it = suites_.find(suiteName);
   if (it == suites_.end()) {
     it = suites_.emplace(std::string(suiteName), std::make_shared<InMemorySuite>()).first;

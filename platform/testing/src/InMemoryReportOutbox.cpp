@@ -46,7 +46,7 @@ class Transaction final : public ReportOutboxTransaction {
 class InMemoryReportOutbox final : public ReportOutbox {
  public:
   bool transact(const Work& work) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     Transaction transaction(contents_);
     if (!work(transaction)) return false;
     contents_ = std::move(transaction.contents);
@@ -54,14 +54,14 @@ class InMemoryReportOutbox final : public ReportOutbox {
   }
 
  private:
-  std::mutex mutex_;
-  Contents contents_;  // guarded by mutex_
+  Mutex mutex_;
+  Contents contents_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 }  // namespace
 
 std::shared_ptr<ReportOutbox> InMemoryReportOutboxes::outbox(std::string_view groupName) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   auto it = outboxes_.find(groupName);
   if (it == outboxes_.end()) {
     it = outboxes_.emplace(std::string(groupName), std::make_shared<InMemoryReportOutbox>()).first;

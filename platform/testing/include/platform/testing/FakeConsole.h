@@ -1,23 +1,23 @@
 // A console that records every piece written, for asserting the kit's exact output.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "platform/Console.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform::testing {
 
 class FakeConsole final : public Console {
  public:
   void write(std::string_view text) override {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     pieces_.emplace_back(text);
   }
   // Every piece in write order.
   std::vector<std::string> pieces() const {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return pieces_;
   }
   // All pieces concatenated.
@@ -28,8 +28,8 @@ class FakeConsole final : public Console {
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> pieces_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  std::vector<std::string> pieces_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 }  // namespace platform::testing

@@ -5,12 +5,12 @@
 #include <atomic>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/Services.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace platform::testing {
 
@@ -36,8 +36,9 @@ class InMemoryUserDefaults final : public UserDefaultsStore {
   std::shared_ptr<UserDefaultsSuite> suite(std::string_view suiteName) override;
 
  private:
-  std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<UserDefaultsSuite>, std::less<>> suites_;  // guarded
+  Mutex mutex_;
+  std::map<std::string, std::shared_ptr<UserDefaultsSuite>, std::less<>> suites_
+      ZELNORA_GUARDED_BY(mutex_);
 };
 
 // An in-memory outbox store: each group name opens one outbox, shared by every caller.
@@ -46,8 +47,9 @@ class InMemoryReportOutboxes final : public ReportOutboxStore {
   std::shared_ptr<ReportOutbox> outbox(std::string_view groupName) override;
 
  private:
-  std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<ReportOutbox>, std::less<>> outboxes_;  // guarded
+  Mutex mutex_;
+  std::map<std::string, std::shared_ptr<ReportOutbox>, std::less<>> outboxes_
+      ZELNORA_GUARDED_BY(mutex_);
 };
 
 class FakeCurrentDevice final : public CurrentDevice {
