@@ -5,12 +5,12 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "RequestUrl.h"
 #include "TextUtil.h"
+#include "platform/internal/ThreadAnnotations.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace zelnora_core {
@@ -61,7 +61,7 @@ class CachedBase {
 
   const std::string* get() {
     if (const std::string* cached = value_.load(std::memory_order_acquire)) return cached;
-    std::lock_guard lock(fillMutex_);  // taken only until the value has been filled
+    platform::MutexLock lock(fillMutex_);  // taken only until the value has been filled
     if (const std::string* cached = value_.load(std::memory_order_relaxed)) return cached;
     std::optional<ZAPIConfig> config = ZAPreferencesUtil::getApiConfig();
     if (!config) return nullptr;
@@ -72,8 +72,9 @@ class CachedBase {
 
  private:
   std::string ZAPIConfig::*field_;
-  std::mutex fillMutex_;
-  std::string storage_;                             // written once, under fillMutex_
+  platform::Mutex fillMutex_;
+  // Written once; later readers reach it through value_, whose release orders the write first.
+  std::string storage_ ZELNORA_GUARDED_BY(fillMutex_);
   std::atomic<const std::string*> value_{nullptr};  // &storage_ once filled
 };
 

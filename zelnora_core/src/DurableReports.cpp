@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <system_error>
 #include <thread>
@@ -27,18 +28,18 @@ constexpr Seconds kLookAgain{1};
 // Sends one batch and waits for its outcome (the worker's thread only).
 Exchange exchangeAndWait(const APIRequest& request) {
   struct Pending {
-    std::mutex mutex;
-    std::condition_variable done;
-    std::optional<Exchange> result;
+    platform::Mutex mutex;
+    std::condition_variable_any done;
+    std::optional<Exchange> result ZELNORA_GUARDED_BY(mutex);
   };
   auto pending = std::make_shared<Pending>();
   exchange(request, [pending](Exchange finished) {
-    std::lock_guard lock(pending->mutex);
+    platform::MutexLock lock(pending->mutex);
     pending->result.emplace(std::move(finished));
     pending->done.notify_all();
   });
-  std::unique_lock lock(pending->mutex);
-  pending->done.wait(lock, [&] { return pending->result.has_value(); });
+  platform::MutexLock lock(pending->mutex);
+  while (!pending->result) pending->done.wait(pending->mutex);
   return std::move(*pending->result);
 }
 
@@ -75,7 +76,7 @@ void DurableReports::setEnabled(bool enabled, std::function<bool()> deliveryHeld
     });
   });
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     deliveryHeld_ = std::move(deliveryHeld);
   }
   enabled_.store(enabled);
@@ -114,8 +115,13 @@ std::optional<ZAReportOutboxStatus> DurableReports::status() {
 }
 
 bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  platform::MutexLock lock(mutex_);
+  auto settled = [this]() ZELNORA_REQUIRES(mutex_) { return !wakeRequested_ && !delivering_; };
+  while (!settled()) {
+    if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) return settled();
+  }
+  return true;
 }
 
 void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore) {
@@ -129,16 +135,15 @@ void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, Syste
 }
 
 void DurableReports::wake(bool ignoreBackOff) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   wakeRequested_ = true;
   ignoreBackOff_ = ignoreBackOff_ || ignoreBackOff;
-  static pid_t workerProcess = 0;  // guarded by mutex_; a child of fork() starts its own worker
-  if (!workerStarted_ || workerProcess != ::getpid()) {
+  if (!workerStarted_ || workerProcess_ != ::getpid()) {
     try {
       // Detached: it must not keep the process from exiting, and nothing ever stops it.
       std::thread([this] { runWorker(); }).detach();
       workerStarted_ = true;
-      workerProcess = ::getpid();
+      workerProcess_ = ::getpid();
     } catch (const std::system_error&) {
       wakeRequested_ = false;  // no thread to be had: the next report or flush tries again
     }
@@ -147,27 +152,36 @@ void DurableReports::wake(bool ignoreBackOff) {
 }
 
 void DurableReports::runWorker() {
-  std::unique_lock lock(mutex_);
   while (true) {
-    if (nextLook_) {
-      changed_.wait_until(lock, *nextLook_, [this] { return wakeRequested_; });
-    } else {
-      changed_.wait(lock, [this] { return wakeRequested_; });
-    }
-    const bool ignoreBackOff = ignoreBackOff_;
-    wakeRequested_ = ignoreBackOff_ = false;
-    nextLook_.reset();
-    if (isEnabled()) {
-      delivering_ = true;
-      lock.unlock();
-      std::optional<Seconds> again = deliverDue(ignoreBackOff);
-      lock.lock();
-      delivering_ = false;
-      if (again) {
-        nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
+    bool ignoreBackOff = false;
+    {
+      platform::MutexLock lock(mutex_);
+      awaitWake();
+      ignoreBackOff = ignoreBackOff_;
+      wakeRequested_ = ignoreBackOff_ = false;
+      nextLook_.reset();
+      if (!isEnabled()) {
+        changed_.notify_all();
+        continue;
       }
+      delivering_ = true;
     }
+    std::optional<Seconds> again = deliverDue(ignoreBackOff);
+    platform::MutexLock lock(mutex_);
+    delivering_ = false;
+    if (again) nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
     changed_.notify_all();
+  }
+}
+
+// Until a wake is requested or the time to look again has come.
+void DurableReports::awaitWake() {
+  while (!wakeRequested_) {
+    if (!nextLook_) {
+      changed_.wait(mutex_);
+    } else if (changed_.wait_until(mutex_, *nextLook_) == std::cv_status::timeout) {
+      return;
+    }
   }
 }
 
@@ -176,7 +190,7 @@ std::optional<Seconds> DurableReports::deliverDue(bool ignoreBackOff) {
   // reports stay kept for a start-up that finds the switch lifted.
   std::function<bool()> held;
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     held = deliveryHeld_;
   }
   if (held && held()) return std::nullopt;

@@ -3,16 +3,18 @@
 // batches, in order, under the outbox's lease, with back-off. Nothing here runs unless enabled.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "OutboxLedger.h"
 #include "OutboxPolicy.h"
+#include "platform/internal/ThreadAnnotations.h"
 #include "zelnora_core/APIRequest.h"
 #include "zelnora_core/ZAReportOutbox.h"
 
@@ -45,18 +47,20 @@ class DurableReports {
   void keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore);
   void wake(bool ignoreBackOff);
   void runWorker();
+  void awaitWake() ZELNORA_REQUIRES(mutex_);
   // Delivers due batches until none is left or one fails; when to look again (seconds), if at all.
   std::optional<Seconds> deliverDue(bool ignoreBackOff);
 
   std::atomic<bool> enabled_{false};
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool workerStarted_ = false;                                     // guarded by mutex_
-  bool wakeRequested_ = false;                                     // guarded by mutex_
-  bool ignoreBackOff_ = false;                                     // guarded by mutex_
-  bool delivering_ = false;                                        // guarded by mutex_
-  std::optional<std::chrono::steady_clock::time_point> nextLook_;  // guarded by mutex_
-  std::function<bool()> deliveryHeld_;                             // guarded by mutex_
+  platform::Mutex mutex_;
+  std::condition_variable_any changed_;
+  bool workerStarted_ ZELNORA_GUARDED_BY(mutex_) = false;
+  pid_t workerProcess_ ZELNORA_GUARDED_BY(mutex_) = 0;  // a child of fork() starts its own worker
+  bool wakeRequested_ ZELNORA_GUARDED_BY(mutex_) = false;
+  bool ignoreBackOff_ ZELNORA_GUARDED_BY(mutex_) = false;
+  bool delivering_ ZELNORA_GUARDED_BY(mutex_) = false;
+  std::optional<std::chrono::steady_clock::time_point> nextLook_ ZELNORA_GUARDED_BY(mutex_);
+  std::function<bool()> deliveryHeld_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelnora_core::detail

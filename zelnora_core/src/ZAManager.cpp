@@ -4,6 +4,7 @@
 #include "HostBundleConfig.h"
 #include "TextUtil.h"
 #include "platform/Services.h"
+#include "platform/internal/ThreadAnnotations.h"
 #include "zelnora_core/ZAPreferencesUtil.h"
 
 namespace zelnora_core {
@@ -38,7 +39,13 @@ ZAManager& ZAManager::sharedInstance() {
 
 constinit const ZAManagerHandle data{};
 
-ZAManager::ZAManager() = default;
+// The location manager of the last permission request, kept so that its request stands.
+struct ZAManager::Location {
+  platform::Mutex mutex;
+  std::unique_ptr<platform::LocationManager> manager ZELNORA_GUARDED_BY(mutex);
+};
+
+ZAManager::ZAManager() : location_(std::make_unique<Location>()) {}
 ZAManager::~ZAManager() = default;
 
 bool ZAManager::isInitialized() const { return initialized_.load(); }
@@ -133,9 +140,9 @@ void ZAManager::requestPermission() {
     return;
   }
   auto manager = platform::locationServices().makeLocationManager();
-  std::lock_guard lock(mutex_);
-  locationManager_ = std::move(manager);
-  if (locationManager_) locationManager_->requestAlwaysAuthorization();  // null: no location here
+  platform::MutexLock lock(location_->mutex);
+  location_->manager = std::move(manager);
+  if (location_->manager) location_->manager->requestAlwaysAuthorization();  // null: no location
 }
 
 }  // namespace zelnora_core

@@ -14,7 +14,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -22,10 +21,6 @@
 #include "platform/Bytes.h"
 #include "platform/UrlSession.h"
 #include "zelnora_core/export.h"
-
-namespace platform {
-class LocationManager;
-}
 
 namespace zelnora_core {
 
@@ -71,8 +66,8 @@ class ZELNORA_CORE_EXPORT ZAManager {
   std::atomic<bool> initialized_{false};
   std::atomic<bool> sdkDisabled_{false};
   std::atomic<bool> debugMode_{false};
-  mutable std::mutex mutex_;  ///< guards locationManager_
-  std::unique_ptr<platform::LocationManager> locationManager_;
+  struct Location;  ///< what requestPermission keeps, behind its own lock
+  const std::unique_ptr<Location> location_;
 };
 
 /// What the module-level constant `data` is: a handle that holds nothing and reaches
