@@ -209,7 +209,7 @@ void FaultServer::stop() {
   acceptor_.join();
   std::list<std::unique_ptr<ConnectionThread>> remaining;
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     remaining.swap(connections_);
   }
   for (auto& connection : remaining) connection->thread.join();
@@ -234,7 +234,7 @@ void FaultServer::acceptLoop() {
       ::close(fd);
       raw->finished = true;
     });
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     connections_.push_back(std::move(connection));
   }
 }
@@ -242,7 +242,7 @@ void FaultServer::acceptLoop() {
 void FaultServer::reapFinished() {
   std::list<std::unique_ptr<ConnectionThread>> done;
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     for (auto it = connections_.begin(); it != connections_.end();) {
       auto next = std::next(it);
       if ((*it)->finished) done.splice(done.end(), connections_, it);

@@ -9,11 +9,12 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
+
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace zelnora_tools {
 
@@ -67,8 +68,8 @@ class FaultServer {
   int listener_ = -1;
   int stopPipe_[2] = {-1, -1};
   std::thread acceptor_;
-  std::mutex mutex_;  // guards connections_
-  std::list<std::unique_ptr<ConnectionThread>> connections_;
+  platform::Mutex mutex_;
+  std::list<std::unique_ptr<ConnectionThread>> connections_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 }  // namespace zelnora_tools

@@ -191,7 +191,7 @@ ReferenceService::~ReferenceService() { stop(); }
 int ReferenceService::start() {
   if (serverThread_.joinable() || faultServer_) return -1;
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     downUntil_ = std::chrono::steady_clock::now() + options_.downFor;
   }
   if (options_.fault != FaultMode::none) return startFaultServer();
@@ -285,17 +285,17 @@ std::string ReferenceService::baseUrl() const {
 }
 
 void ReferenceService::setKeyAnswer(const std::string& key, KeyAnswer answer) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   registry_.set(key, std::move(answer));
 }
 
 std::map<std::string, KeyAnswer> ReferenceService::keyAnswers() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return registry_.entries();
 }
 
 void ReferenceService::stageOutage(const Outage& outage) {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   failsLeft_ = outage.failNext;
   downUntil_ = std::chrono::steady_clock::now() + outage.downFor;
   failStatus_ = outage.failStatus;
@@ -303,7 +303,7 @@ void ReferenceService::stageOutage(const Outage& outage) {
 }
 
 Outage ReferenceService::outage() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
       downUntil_ - std::chrono::steady_clock::now());
   return Outage{failsLeft_, std::max(left, std::chrono::milliseconds(0)), failStatus_,
@@ -311,23 +311,29 @@ Outage ReferenceService::outage() const {
 }
 
 std::vector<RecordedRequest> ReferenceService::received() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return received_;
 }
 
 std::size_t ReferenceService::receivedCount() const {
-  std::lock_guard lock(mutex_);
+  platform::MutexLock lock(mutex_);
   return receivedCount_;
 }
 
 bool ReferenceService::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
-  std::unique_lock lock(mutex_);
-  return receivedChanged_.wait_for(lock, limit, [&] { return receivedCount_ >= count; });
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  platform::MutexLock lock(mutex_);
+  while (receivedCount_ < count) {
+    if (receivedChanged_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
+      return receivedCount_ >= count;
+    }
+  }
+  return true;
 }
 
 void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& answer) {
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     if (failsForOutage(request)) {
       answer = errorAnswer(failStatus_, "service unavailable");
       if (retryAfterSeconds_) {
@@ -352,7 +358,7 @@ void ReferenceService::record(const RecordedRequest& request) {
   const bool writesLine = options_.printRequests || !options_.requestLogPath.empty();
   const std::string line = writesLine ? request.toJsonLine() + "\n" : std::string();
   {
-    std::lock_guard lock(mutex_);
+    platform::MutexLock lock(mutex_);
     ++receivedCount_;
     if (!options_.requestLogPath.empty()) {
       std::ofstream log(options_.requestLogPath, std::ios::app | std::ios::binary);

@@ -37,7 +37,6 @@
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -46,6 +45,7 @@
 #include <vector>
 
 #include "FaultServer.h"
+#include "platform/internal/ThreadAnnotations.h"
 
 namespace httplib {
 class Server;
@@ -171,7 +171,7 @@ class ReferenceService {
  private:
   int startFaultServer();
   void handle(const RecordedRequest& request, ServiceAnswer& answer);
-  bool failsForOutage(const RecordedRequest& request);  // call with mutex_ held
+  bool failsForOutage(const RecordedRequest& request) ZELNORA_REQUIRES(mutex_);
   void record(const RecordedRequest& request);
 
   ReferenceServiceOptions options_;
@@ -181,15 +181,15 @@ class ReferenceService {
   std::thread serverThread_;
   int port_ = -1;
 
-  mutable std::mutex mutex_;  // guards registry_, received_ and the log file
-  mutable std::condition_variable receivedChanged_;
-  KeyRegistry registry_;
-  std::vector<RecordedRequest> received_;
-  std::size_t receivedCount_ = 0;
-  std::size_t failsLeft_ = 0;                        // guarded by mutex_
-  std::chrono::steady_clock::time_point downUntil_;  // guarded by mutex_; set by start()
-  int failStatus_ = 503;                             // guarded by mutex_
-  std::optional<long long> retryAfterSeconds_;       // guarded by mutex_
+  mutable platform::Mutex mutex_;  // also keeps the log file's lines whole
+  mutable std::condition_variable_any receivedChanged_;
+  KeyRegistry registry_ ZELNORA_GUARDED_BY(mutex_);
+  std::vector<RecordedRequest> received_ ZELNORA_GUARDED_BY(mutex_);
+  std::size_t receivedCount_ ZELNORA_GUARDED_BY(mutex_) = 0;
+  std::size_t failsLeft_ ZELNORA_GUARDED_BY(mutex_) = 0;
+  std::chrono::steady_clock::time_point downUntil_ ZELNORA_GUARDED_BY(mutex_);  // set by start()
+  int failStatus_ ZELNORA_GUARDED_BY(mutex_) = 503;
+  std::optional<long long> retryAfterSeconds_ ZELNORA_GUARDED_BY(mutex_);
 };
 
 /// For the programs that run servers until stopped: blocks SIGINT and SIGTERM in this thread and
