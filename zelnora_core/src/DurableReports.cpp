@@ -33,9 +33,11 @@ Exchange exchangeAndWait(const APIRequest& request) {
   };
   auto pending = std::make_shared<Pending>();
   exchange(request, [pending](Exchange finished) {
-    std::lock_guard lock(pending->mutex);
-    pending->result.emplace(std::move(finished));
-    pending->done.notify_all();
+    {
+      std::lock_guard lock(pending->mutex);
+      pending->result.emplace(std::move(finished));
+    }
+    pending->done.notify_one();  // unlocked: the worker wakes to a free mutex
   });
   std::unique_lock lock(pending->mutex);
   pending->done.wait(lock, [&] { return pending->result.has_value(); });
@@ -115,7 +117,7 @@ std::optional<ZAReportOutboxStatus> DurableReports::status() {
 
 bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
+  return settled_.wait_for(lock, limit, [this] { return !wakeRequested_ && !delivering_; });
 }
 
 void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore) {
@@ -129,30 +131,34 @@ void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, Syste
 }
 
 void DurableReports::wake(bool ignoreBackOff) {
-  std::lock_guard lock(mutex_);
-  wakeRequested_ = true;
-  ignoreBackOff_ = ignoreBackOff_ || ignoreBackOff;
-  static pid_t workerProcess = 0;  // guarded by mutex_; a child of fork() starts its own worker
-  if (!workerStarted_ || workerProcess != ::getpid()) {
-    try {
-      // Detached: it must not keep the process from exiting, and nothing ever stops it.
-      std::thread([this] { runWorker(); }).detach();
-      workerStarted_ = true;
-      workerProcess = ::getpid();
-    } catch (const std::system_error&) {
-      wakeRequested_ = false;  // no thread to be had: the next report or flush tries again
+  {
+    std::lock_guard lock(mutex_);
+    wakeRequested_ = true;
+    ignoreBackOff_ = ignoreBackOff_ || ignoreBackOff;
+    static pid_t workerProcess = 0;  // guarded by mutex_; a child of fork() starts its own worker
+    if (!workerStarted_ || workerProcess != ::getpid()) {
+      try {
+        // Detached: it must not keep the process from exiting, and nothing ever stops it.
+        std::thread([this] { runWorker(); }).detach();
+        workerStarted_ = true;
+        workerProcess = ::getpid();
+      } catch (const std::system_error&) {
+        wakeRequested_ = false;  // no thread to be had: the next report or flush tries again
+      }
     }
   }
-  changed_.notify_all();
+  // Unlocked, so that the worker wakes to a free mutex. While it delivers nobody waits here and
+  // this costs nothing: a batch's own success, announced through the observer, wakes no thread.
+  workRequested_.notify_one();
 }
 
 void DurableReports::runWorker() {
   std::unique_lock lock(mutex_);
   while (true) {
     if (nextLook_) {
-      changed_.wait_until(lock, *nextLook_, [this] { return wakeRequested_; });
+      workRequested_.wait_until(lock, *nextLook_, [this] { return wakeRequested_; });
     } else {
-      changed_.wait(lock, [this] { return wakeRequested_; });
+      workRequested_.wait(lock, [this] { return wakeRequested_; });
     }
     const bool ignoreBackOff = ignoreBackOff_;
     wakeRequested_ = ignoreBackOff_ = false;
@@ -167,7 +173,7 @@ void DurableReports::runWorker() {
         nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
       }
     }
-    changed_.notify_all();
+    settled_.notify_all();
   }
 }
 

@@ -50,11 +50,12 @@ class DurableReports {
 
   std::atomic<bool> enabled_{false};
   std::mutex mutex_;
-  std::condition_variable changed_;
-  bool workerStarted_ = false;                                     // guarded by mutex_
-  bool wakeRequested_ = false;                                     // guarded by mutex_
-  bool ignoreBackOff_ = false;                                     // guarded by mutex_
-  bool delivering_ = false;                                        // guarded by mutex_
+  std::condition_variable workRequested_;  // the worker waits here, and only the worker
+  std::condition_variable settled_;        // waitUntilSettled waits here: a round has ended
+  bool workerStarted_ = false;             // guarded by mutex_
+  bool wakeRequested_ = false;             // guarded by mutex_
+  bool ignoreBackOff_ = false;             // guarded by mutex_
+  bool delivering_ = false;                // guarded by mutex_
   std::optional<std::chrono::steady_clock::time_point> nextLook_;  // guarded by mutex_
   std::function<bool()> deliveryHeld_;                             // guarded by mutex_
 };
