@@ -3,6 +3,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
@@ -91,10 +93,11 @@ ServiceAnswer notJson() {
 
 }  // namespace
 
-std::string inspectorEntryJson(std::size_t sequence, const RecordedRequest& request, int status) {
+std::string inspectorEntryJson(std::size_t sequence, long long answeredAt,
+                               const RecordedRequest& request, int status) {
   nlohmann::ordered_json entry;
   entry["seq"] = sequence;
-  entry["time"] = millisecondsSinceEpoch();
+  entry["time"] = answeredAt;
   entry["method"] = request.method;
   entry["path"] = request.path;
   entry["query"] = request.query;
@@ -106,6 +109,32 @@ std::string inspectorEntryJson(std::size_t sequence, const RecordedRequest& requ
   addReport(request, entry);
   return dumped(entry);
 }
+
+class Inspector::Entry {
+ public:
+  Entry(std::size_t sequence, const RecordedRequest& request, int status)
+      : sequence_(sequence),
+        answeredAt_(millisecondsSinceEpoch()),
+        request_(request),
+        status_(status) {}
+
+  // Any thread; the first caller renders, the others wait for it.
+  const std::string& json() {
+    std::call_once(rendered_, [this] {
+      json_ = inspectorEntryJson(sequence_, answeredAt_, request_, status_);
+      request_ = {};  // the rendering holds all of it now
+    });
+    return json_;
+  }
+
+ private:
+  std::size_t sequence_;
+  long long answeredAt_;
+  RecordedRequest request_;
+  int status_;
+  std::once_flag rendered_;
+  std::string json_;
+};
 
 Inspector::Inspector(ReferenceService& service) : service_(service) {}
 
@@ -151,7 +180,7 @@ void Inspector::sendReceived(httplib::Response& response) const {
 void Inspector::requestAnswered(const RecordedRequest& request, int status) {
   {
     platform::MutexLock lock(mutex_);
-    entries_.push_back(inspectorEntryJson(firstEntry_ + entries_.size(), request, status));
+    entries_.push_back(std::make_shared<Entry>(firstEntry_ + entries_.size(), request, status));
     if (entries_.size() > kKeptEntries) {
       entries_.pop_front();
       ++firstEntry_;
@@ -180,7 +209,7 @@ void Inspector::stateChanged() {
 
 // One step of an event stream: waits for news (or the heartbeat), writes it; false ends it.
 bool Inspector::stream(Cursor& cursor, httplib::DataSink& sink) {
-  std::string chunk;
+  std::vector<std::shared_ptr<Entry>> news;
   bool stateToSend = false;
   {
     platform::MutexLock lock(mutex_);
@@ -194,11 +223,13 @@ bool Inspector::stream(Cursor& cursor, httplib::DataSink& sink) {
     if (stopping_) return false;
     cursor.nextEntry = std::max(cursor.nextEntry, firstEntry_);
     for (; cursor.nextEntry < firstEntry_ + entries_.size(); ++cursor.nextEntry) {
-      chunk += sseEvent("request", entries_[cursor.nextEntry - firstEntry_]);
+      news.push_back(entries_[cursor.nextEntry - firstEntry_]);
     }
     stateToSend = cursor.stateSeen != stateVersion_;
     cursor.stateSeen = stateVersion_;
   }
+  std::string chunk;
+  for (const std::shared_ptr<Entry>& entry : news) chunk += sseEvent("request", entry->json());
   if (stateToSend) chunk += sseEvent("state", stateJson());
   if (chunk.empty()) chunk = ": still here\n\n";
   return sink.write(chunk.data(), chunk.size());

@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -38,9 +39,10 @@ class ReferenceService;
 struct RecordedRequest;
 struct ServiceAnswer;
 
-// A request as the page receives it: its record, its answer's status, and for a report its
-// events and the problems found in it.
-std::string inspectorEntryJson(std::size_t sequence, const RecordedRequest& request, int status);
+// A request as the page receives it: its record, when it was answered (milliseconds since 1970),
+// its answer's status, and for a report its events and the problems found in it.
+std::string inspectorEntryJson(std::size_t sequence, long long answeredAt,
+                               const RecordedRequest& request, int status);
 
 class Inspector {
  public:
@@ -58,6 +60,9 @@ class Inspector {
     std::size_t nextEntry = 0;
     std::uint64_t stateSeen = 0;
   };
+  // One answered request, rendered for the page (the report check included) the first time a
+  // page asks for it, on that page's thread: the answer never waits for the inspector.
+  class Entry;
 
   void openStream(httplib::Response& response);
   bool stream(Cursor& cursor, httplib::DataSink& sink);
@@ -70,8 +75,8 @@ class Inspector {
   ReferenceService& service_;
   platform::Mutex mutex_;
   std::condition_variable_any changed_;
-  std::deque<std::string> entries_ ZELNORA_GUARDED_BY(mutex_);  // newest last
-  std::size_t firstEntry_ ZELNORA_GUARDED_BY(mutex_) = 0;       // entries_.front()'s number
+  std::deque<std::shared_ptr<Entry>> entries_ ZELNORA_GUARDED_BY(mutex_);  // newest last
+  std::size_t firstEntry_ ZELNORA_GUARDED_BY(mutex_) = 0;  // entries_.front()'s number
   std::uint64_t stateVersion_ ZELNORA_GUARDED_BY(mutex_) = 1;
   bool stopping_ ZELNORA_GUARDED_BY(mutex_) = false;
 };

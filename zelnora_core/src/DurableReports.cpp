@@ -34,9 +34,11 @@ Exchange exchangeAndWait(const APIRequest& request) {
   };
   auto pending = std::make_shared<Pending>();
   exchange(request, [pending](Exchange finished) {
-    platform::MutexLock lock(pending->mutex);
-    pending->result.emplace(std::move(finished));
-    pending->done.notify_all();
+    {
+      platform::MutexLock lock(pending->mutex);
+      pending->result.emplace(std::move(finished));
+    }
+    pending->done.notify_one();  // unlocked: the waiting thread wakes to a free mutex
   });
   platform::MutexLock lock(pending->mutex);
   while (!pending->result) pending->done.wait(pending->mutex);
@@ -119,7 +121,7 @@ bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   platform::MutexLock lock(mutex_);
   auto settled = [this]() ZELNORA_REQUIRES(mutex_) { return !wakeRequested_ && !delivering_; };
   while (!settled()) {
-    if (changed_.wait_until(mutex_, deadline) == std::cv_status::timeout) return settled();
+    if (settled_.wait_until(mutex_, deadline) == std::cv_status::timeout) return settled();
   }
   return true;
 }
@@ -135,42 +137,45 @@ void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, Syste
 }
 
 void DurableReports::wake(bool ignoreBackOff) {
-  platform::MutexLock lock(mutex_);
-  wakeRequested_ = true;
-  ignoreBackOff_ = ignoreBackOff_ || ignoreBackOff;
-  if (!workerStarted_ || workerProcess_ != ::getpid()) {
-    try {
-      // Detached: it must not keep the process from exiting, and nothing ever stops it.
-      std::thread([this] { runWorker(); }).detach();
-      workerStarted_ = true;
-      workerProcess_ = ::getpid();
-    } catch (const std::system_error&) {
-      wakeRequested_ = false;  // no thread to be had: the next report or flush tries again
+  {
+    platform::MutexLock lock(mutex_);
+    wakeRequested_ = true;
+    ignoreBackOff_ = ignoreBackOff_ || ignoreBackOff;
+    if (!workerStarted_ || workerProcess_ != ::getpid()) {
+      try {
+        // Detached: it must not keep the process from exiting, and nothing ever stops it.
+        std::thread([this] { runWorker(); }).detach();
+        workerStarted_ = true;
+        workerProcess_ = ::getpid();
+      } catch (const std::system_error&) {
+        wakeRequested_ = false;  // no thread to be had: the next report or flush tries again
+      }
     }
   }
-  changed_.notify_all();
+  // Unlocked, so that the worker wakes to a free mutex. While it delivers nobody waits here and
+  // this costs nothing: a batch's own success, announced through the observer, wakes no thread.
+  workRequested_.notify_one();
 }
 
 void DurableReports::runWorker() {
   while (true) {
     bool ignoreBackOff = false;
+    bool deliver = false;
     {
       platform::MutexLock lock(mutex_);
       awaitWake();
       ignoreBackOff = ignoreBackOff_;
       wakeRequested_ = ignoreBackOff_ = false;
       nextLook_.reset();
-      if (!isEnabled()) {
-        changed_.notify_all();
-        continue;
-      }
-      delivering_ = true;
+      deliver = delivering_ = isEnabled();
     }
-    std::optional<Seconds> again = deliverDue(ignoreBackOff);
-    platform::MutexLock lock(mutex_);
-    delivering_ = false;
-    if (again) nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
-    changed_.notify_all();
+    const std::optional<Seconds> again = deliver ? deliverDue(ignoreBackOff) : std::nullopt;
+    {
+      platform::MutexLock lock(mutex_);
+      delivering_ = false;
+      if (again) nextLook_ = nextLookAt(std::chrono::steady_clock::now(), *again);
+    }
+    settled_.notify_all();  // unlocked: a caller in waitUntilSettled wakes to a free mutex
   }
 }
 
@@ -178,8 +183,8 @@ void DurableReports::runWorker() {
 void DurableReports::awaitWake() {
   while (!wakeRequested_) {
     if (!nextLook_) {
-      changed_.wait(mutex_);
-    } else if (changed_.wait_until(mutex_, *nextLook_) == std::cv_status::timeout) {
+      workRequested_.wait(mutex_);
+    } else if (workRequested_.wait_until(mutex_, *nextLook_) == std::cv_status::timeout) {
       return;
     }
   }

@@ -53,7 +53,8 @@ class DurableReports {
 
   std::atomic<bool> enabled_{false};
   platform::Mutex mutex_;
-  std::condition_variable_any changed_;
+  std::condition_variable_any workRequested_;  // the worker waits here, and only the worker
+  std::condition_variable_any settled_;        // waitUntilSettled waits here: a round has ended
   bool workerStarted_ ZELNORA_GUARDED_BY(mutex_) = false;
   pid_t workerProcess_ ZELNORA_GUARDED_BY(mutex_) = 0;  // a child of fork() starts its own worker
   bool wakeRequested_ ZELNORA_GUARDED_BY(mutex_) = false;
