@@ -42,7 +42,7 @@ namespace {
 // Sanitizer instrumentation makes every frame several times larger (clang's ASan at -O0 with
 // coverage most of all); the 256 KiB claim is the uninstrumented build's.
 #ifdef ZELNORA_TEST_SANITIZED
-constexpr std::size_t kStackScale = 16;
+constexpr std::size_t kStackScale = 32;
 #else
 constexpr std::size_t kStackScale = 1;
 #endif
