@@ -12,7 +12,7 @@ namespace {
 using DeviceCatalog::Device;
 
 // The shortest text that reads back as the same double ("4", "6.1", "-1", "19.5").
-std::string numberText(double value) {
+std::string shortestNumberText(double value) {
   char buffer[32];
   const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
   return std::string(buffer, result.ptr);
@@ -38,7 +38,7 @@ std::string camerasJson(const std::vector<Device::CameraType>& cameras) {
 }
 
 std::string screenRatioJson(const Device::ScreenRatio& ratio) {
-  return "[" + numberText(ratio.width) + "," + numberText(ratio.height) + "]";
+  return "[" + shortestNumberText(ratio.width) + "," + shortestNumberText(ratio.height) + "]";
 }
 
 using Predicate = bool (Device::*)() const;
@@ -72,7 +72,7 @@ std::string deviceJson(const Device& device) {
   writer.string("description", device.description())
       .string("safeDescription", device.safeDescription())
       .string("cpu", device.cpu().description())
-      .raw("diagonal", numberText(device.diagonal()))
+      .raw("diagonal", shortestNumberText(device.diagonal()))
       .raw("ppi", ppi ? std::to_string(*ppi) : "null")
       .raw("screenRatio", screenRatioJson(device.screenRatio()))
       .raw("cameras", camerasJson(device.cameras()))

@@ -3,7 +3,7 @@
 namespace zelnora_peers {
 namespace {
 
-std::string loopback(int port) { return "127.0.0.1:" + std::to_string(port); }
+std::string loopbackHostPort(int port) { return "127.0.0.1:" + std::to_string(port); }
 
 std::string nginxTls(const NginxSettings& s) {
   std::string text = "    ssl_certificate " + s.certificateFile + ";\n    ssl_certificate_key " +
@@ -15,7 +15,7 @@ std::string nginxTls(const NginxSettings& s) {
 }
 
 std::string nginxListen(const NginxSettings& s) {
-  std::string words = loopback(s.port);
+  std::string words = loopbackHostPort(s.port);
   if (s.tls) words += s.tlsProtocols.empty() ? " ssl http2" : " ssl";
   return "    listen " + words + ";\n";
 }
@@ -38,7 +38,8 @@ std::string nginxConfig(const NginxSettings& s) {
       std::to_string(s.keepaliveRequests) + ";\n  server {\n" + nginxListen(s);
   if (s.tls) text += nginxTls(s);
   text += nginxCompressedConfig(s);
-  return text + "    location / { proxy_pass http://" + loopback(s.originPort) + "; }\n  }\n}\n";
+  return text + "    location / { proxy_pass http://" + loopbackHostPort(s.originPort) +
+         "; }\n  }\n}\n";
 }
 
 std::string haproxyConfig(const HaproxySettings& s) {
@@ -48,14 +49,15 @@ std::string haproxyConfig(const HaproxySettings& s) {
          idle + "\n  timeout http-keep-alive " + idle +
          "\n"
          "frontend api\n  bind " +
-         loopback(s.port) + " ssl crt " + s.combinedCertificateFile +
+         loopbackHostPort(s.port) + " ssl crt " + s.combinedCertificateFile +
          " alpn h2,http/1.1\n  default_backend origin\n"
          "backend origin\n  http-reuse never\n  server reference " +
-         loopback(s.originPort) + "\n";
+         loopbackHostPort(s.originPort) + "\n";
 }
 
 std::string squidConfig(const SquidSettings& s) {
-  return "http_port " + loopback(s.port) + "\nhttp_access allow all\nhosts_file " + s.hostsFile +
+  return "http_port " + loopbackHostPort(s.port) + "\nhttp_access allow all\nhosts_file " +
+         s.hostsFile +
          "\ndns_nameservers 127.0.0.1\npid_filename none\naccess_log none\ncache_log /dev/null\n"
          "cache deny all\npinger_enable off\nshutdown_lifetime 0 seconds\n";
 }

@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-sockaddr_in loopback(int port) {
+sockaddr_in loopbackSocketAddress(int port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<uint16_t>(port));
@@ -32,7 +32,7 @@ sockaddr_in loopback(int port) {
 bool accepts(int port) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket < 0) return false;
-  const sockaddr_in address = loopback(port);
+  const sockaddr_in address = loopbackSocketAddress(port);
   const bool connected =
       ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   ::close(socket);
@@ -75,7 +75,7 @@ pid_t spawn(std::vector<std::string> command, const std::string& logPath) {
 int freeLoopbackPort() {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket < 0) return -1;
-  sockaddr_in address = loopback(0);
+  sockaddr_in address = loopbackSocketAddress(0);
   socklen_t length = sizeof address;
   int port = -1;
   if (::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&

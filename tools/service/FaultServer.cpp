@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
 constexpr std::size_t kMaxBodyBytes = 16 * 1024 * 1024;
-const std::string kOkBody = R"({"status":"ok"})";
+const std::string kFaultFreeBody = R"({"status":"ok"})";
 
 constexpr std::pair<FaultMode, std::string_view> kModeNames[] = {
     {FaultMode::none, "none"},
@@ -269,11 +269,11 @@ void FaultServer::serve(int fd) {
 
     switch (options_.mode) {
       case FaultMode::none:
-        if (!peer.send(answerHead(kOkBody.size()) + kOkBody)) return;
+        if (!peer.send(answerHead(kFaultFreeBody.size()) + kFaultFreeBody)) return;
         break;
       case FaultMode::reset: peer.resetConnection(); return;
       case FaultMode::closeMidBody: {
-        const std::string announced = kOkBody + std::string(kOkBody.size(), ' ');
+        const std::string announced = kFaultFreeBody + std::string(kFaultFreeBody.size(), ' ');
         peer.send(answerHead(announced.size()) + announced.substr(0, announced.size() / 2));
         return;
       }
@@ -290,7 +290,7 @@ void FaultServer::serve(int fd) {
         break;
       }
       case FaultMode::slowDrip: {
-        const std::string answer = answerHead(kOkBody.size()) + kOkBody;
+        const std::string answer = answerHead(kFaultFreeBody.size()) + kFaultFreeBody;
         const int intervalMs = static_cast<int>(options_.dripInterval.count());
         for (char byte : answer) {
           if (!peer.send(std::string_view(&byte, 1))) return;
