@@ -157,11 +157,15 @@ TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextPro
   EXPECT_EQ(full, offline.standardOutput.rfind("Outbox full:")) << "more than one line";
   EXPECT_TRUE(trackedEvents().empty());
 
-  startService({});
+  startService({.configurationDelay = std::chrono::milliseconds(300)});
   ChildResult online = runHost({"durable-reports on", "initialize demo-key", "wait", "outbox"});
   EXPECT_THAT(online.standardOutput, HasSubstr("host: outbox count=0 "));
   EXPECT_EQ(trackedEvents(), named("e", 60));
-  EXPECT_EQ(service_->received().size(), 1u + 2u) << "one configuration fetch, two batches";
+  const std::vector<RecordedRequest> received = service_->received();
+  ASSERT_EQ(received.size(), 1u + 2u) << "one configuration fetch, two batches";
+  for (const RecordedRequest& batch : {received[1], received[2]}) {
+    EXPECT_EQ(batch.header("X-ZELNORA-CHANNEL-UUID"), "demo-key") << "sent before the answer";
+  }
 }
 
 TEST_F(DurableReportsTest, TheKillSwitchHoldsTheBacklogUntilAStartUpFindsItLifted) {

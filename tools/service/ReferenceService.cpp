@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <thread>
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
@@ -362,6 +363,9 @@ void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& ans
   }
   record(request);
   if (inspector_) inspector_->requestAnswered(request, answer.status);
+  if (request.path.starts_with(kConfigPrefix)) {
+    std::this_thread::sleep_for(options_.configurationDelay);
+  }
 }
 
 bool ReferenceService::failsForOutage(const RecordedRequest& request) {

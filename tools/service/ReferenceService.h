@@ -120,6 +120,9 @@ struct ReferenceServiceOptions {
   std::chrono::milliseconds downFor{0};
   int failStatus = 503;
   std::optional<long long> retryAfterSeconds;
+  // Holds each configuration answer this long after recording its request, so that a test sees
+  // what a client sends before the answer arrives.
+  std::chrono::milliseconds configurationDelay{0};
   // Serve the live inspector page and its routes (LiveView.h); ignored in a fault mode.
   bool inspector = false;
 };

@@ -73,7 +73,10 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
     platform::printLine("Zelnora Ads sdk disabled");
     return;
   }
-  detail::DurableReports::shared().flush();
+  // A stored configuration names the channel the backlog is delivered under. Without one (a first
+  // start, or debug mode) the backlog waits for the configuration's answer, whose successful
+  // exchange delivers it, so no batch goes out without its channel header.
+  if (initialized_) detail::DurableReports::shared().flush();
 
   platform::urlSession().dataTask(
       configurationRequest(*url),
