@@ -74,17 +74,19 @@ void ZAManager::initialize(const std::string& appKey, std::optional<bool> debugM
     return;
   }
   // A stored configuration names the channel the backlog is delivered under. Without one (a first
-  // start, or debug mode) the backlog waits for the configuration's answer, whose successful
-  // exchange delivers it, so no batch goes out without its channel header.
-  if (initialized_) detail::DurableReports::shared().flush();
+  // start, or debug mode) the backlog waits until the configuration's exchange has ended, so that
+  // a configuration it brings names the channel of every batch.
+  const bool backlogWaitsForAnswer = !initialized_;
+  if (!backlogWaitsForAnswer) detail::DurableReports::shared().flush();
 
   platform::urlSession().dataTask(
       configurationRequest(*url),
-      [this, appKey, callback = std::move(initCompleteCallback)](
+      [this, appKey, backlogWaitsForAnswer, callback = std::move(initCompleteCallback)](
           const std::optional<platform::Bytes>& body,
           const std::optional<platform::URLResponse>& response,
           const std::optional<platform::Error>& /*transport error: never examined*/) {
         handleConfigurationResponse(appKey, callback, platform::asHTTPURLResponse(response), body);
+        if (backlogWaitsForAnswer) detail::DurableReports::shared().flush();
       });
 }
 
