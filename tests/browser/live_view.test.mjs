@@ -110,13 +110,25 @@ async function checkKillSwitch(page) {
   assert.match(second, /^Zelnora Ads sdk disabled$/m);
 }
 
+// The POST's own answer is held back until the event stream has shown the outage used up, as a
+// loaded machine may deliver them: the older state in that answer must not be shown over it.
 async function checkOutage(page, baseUrl) {
+  let release;
+  const released = new Promise((resolve) => { release = resolve; });
+  await page.route('**/inspector/outage', async (route) => {
+    const answer = await route.fetch();
+    await released;
+    await route.fulfill({ response: answer });
+  });
   await page.fill('#outage [name=failNext]', '1');
   await page.fill('#outage [name=failStatus]', '429');
   await page.click('#outage button');
   await page.locator('#outage-now', { hasText: 'failing the next 1 tracking requests, answering 429.' }).waitFor();
   assert.equal((await fetch(baseUrl + '/tracker/app', { method: 'POST', body: '{}' })).status, 429);
   await page.locator('#outage-now', { hasText: 'No outage.' }).waitFor({ timeout: 5_000 });
+  release();
+  await page.locator('#message', { hasText: 'Saved.' }).waitFor({ timeout: 5_000 });
+  assert.equal(await page.locator('#outage-now').textContent(), 'No outage.');
 }
 
 const { service, listening } = startService();

@@ -6,8 +6,8 @@
 //   GET  /                            the page; /inspector/page.js and /inspector/page.css
 //   GET  /inspector/events            server-sent events: "request" for each received request
 //                                     (those before the connection first, oldest first) and
-//                                     "state" ({"keys":{..},"outage":{..}}) on connection and on
-//                                     every change
+//                                     "state" ({"version":7,"keys":{..},"outage":{..}}) on
+//                                     connection and on every change
 //   GET  /inspector/received.jsonl    every request received, as the JSON lines of the log
 //   POST /inspector/registry          {"key":"demo-key","killSwitch":true,"status":200}
 //   POST /inspector/outage            {"failNext":2,"downForSeconds":0,"failStatus":503,
@@ -73,7 +73,7 @@ class Inspector {
   void stateChanged();
 
   ReferenceService& service_;
-  platform::Mutex mutex_;
+  mutable platform::Mutex mutex_;
   std::condition_variable_any changed_;
   std::deque<std::shared_ptr<Entry>> entries_ ZELNORA_GUARDED_BY(mutex_);  // newest last
   std::size_t firstEntry_ ZELNORA_GUARDED_BY(mutex_) = 0;  // entries_.front()'s number

@@ -57,12 +57,20 @@ std::optional<std::string> withKillSwitch(const std::string& body, bool on) {
 }  // namespace
 
 std::string Inspector::stateJson() const {
+  // Read before the state itself, so that a state never carries a newer number than its contents:
+  // a POST's answer can reach the page after a newer state from the event stream.
+  std::uint64_t version = 0;
+  {
+    platform::MutexLock lock(mutex_);
+    version = stateVersion_;
+  }
   Json keys = Json::object();
   for (const auto& [key, answer] : service_.keyAnswers()) {
     keys[key] = {{"status", answer.status}, {"body", answer.body}};
   }
   const Outage outage = service_.outage();
   Json state;
+  state["version"] = version;
   state["keys"] = std::move(keys);
   state["outage"] = {{"failNext", outage.failNext},
                      {"downForSeconds", (outage.downFor.count() + 999) / 1000},

@@ -6,6 +6,7 @@
 const kShownAtMost = 1000;
 let lastSequence = -1;
 let shownKeys = '';
+let shownVersion = 0;  // a POST's answer may arrive after a newer state from the stream
 let outage = { failNext: 0, downUntil: 0, failStatus: 503, retryAfterSeconds: null };
 
 function $(id) { return document.getElementById(id); }
@@ -163,6 +164,8 @@ function describeOutage() {
 }
 
 function showState(state) {
+  if (state.version < shownVersion) return;
+  shownVersion = state.version;
   outage = { ...state.outage, downUntil: Date.now() + state.outage.downForSeconds * 1000 };
   $('outage-now').textContent = describeOutage();
   const keysText = JSON.stringify(state.keys);
