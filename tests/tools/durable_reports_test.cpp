@@ -157,7 +157,9 @@ TEST_F(DurableReportsTest, ReportsKeptOfflineAreDeliveredOnceInOrderByTheNextPro
   EXPECT_EQ(full, offline.standardOutput.rfind("Outbox full:")) << "more than one line";
   EXPECT_TRUE(trackedEvents().empty());
 
-  startService({.configurationDelay = std::chrono::milliseconds(300)});
+  ReferenceServiceOptions slowConfiguration;
+  slowConfiguration.configurationDelay = std::chrono::milliseconds(300);
+  startService(slowConfiguration);
   ChildResult online = runHost({"durable-reports on", "initialize demo-key", "wait", "outbox"});
   EXPECT_THAT(online.standardOutput, HasSubstr("host: outbox count=0 "));
   EXPECT_EQ(trackedEvents(), named("e", 60));
