@@ -23,7 +23,10 @@ function(zelnora_library_properties target)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
     # Installed shared objects find each other beside themselves, wherever the prefix is.
-    INSTALL_RPATH "$ORIGIN")
+    INSTALL_RPATH "$ORIGIN"
+    # scripts/lint runs clang-tidy over the combined file of a unity build, whose including of
+    # .cpp files is the point.
+    UNITY_BUILD_CODE_BEFORE_INCLUDE "// NOLINTNEXTLINE(bugprone-suspicious-include)")
 
   generate_export_header(${target}
     BASE_NAME ${arg_MACRO_BASE}
