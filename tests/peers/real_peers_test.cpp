@@ -25,8 +25,10 @@ struct PeerCase {
   const char* name;
   PeerKind kind;
   int reports;
-  int burst;       // reports sent back to back, then a pause, the k-th (from 0) lasting
-  double pause;    // this many seconds plus k ms: across an idle time-out's edge (0 none)
+  int burst;       // reports sent back to back, then a pause (none when 0) of this many seconds
+  double pause;    // plus a quarter of a second, then minus one, and so on: either side of an
+                   // idle time-out by more than a loaded machine's delays (a request sent just
+                   // as the peer closes the connection may be lost, on the phone too)
   bool kitStarts;  // false: the kit refuses the peer and nothing reaches the service
 };
 
@@ -47,7 +49,8 @@ Lines hostCommands(const PeerCase& c) {
   Lines commands{"initialize peer-key", "wait 30"};
   for (int i = 0; i < c.reports; ++i) {
     if (i > 0 && i % c.burst == 0 && c.pause > 0) {
-      commands.push_back("pause " + std::to_string(c.pause + (i / c.burst - 1) * 0.001));
+      const bool pastTheTimeOut = (i / c.burst) % 2 == 1;
+      commands.push_back("pause " + std::to_string(c.pause + (pastTheTimeOut ? 0.25 : -0.25)));
     }
     commands.push_back("send-report event=r" + std::to_string(i));
   }
