@@ -186,6 +186,8 @@ TEST_F(DurableReportsTest, TheKillSwitchHoldsTheBacklogUntilAStartUpFindsItLifte
   EXPECT_THAT(disabled.standardOutput, HasSubstr("host: outbox count=3 "));
   EXPECT_TRUE(trackedEvents().empty()) << "a switched-off kit delivered its backlog";
 
+  // Debug mode lifts the switch; the configuration endpoint failing must not hold the backlog.
+  service_->setKeyAnswer("demo-key", {500, R"({"error":"down"})"});
   runHost({"durable-reports on", "initialize demo-key debug=true", "wait"});
   EXPECT_EQ(trackedEvents(), named("k", 3));
 }
