@@ -189,7 +189,10 @@ function connect() {
   const events = new EventSource('/inspector/events');
   events.addEventListener('request', (message) => addRequest(JSON.parse(message.data)));
   events.addEventListener('state', (message) => showState(JSON.parse(message.data)));
-  events.addEventListener('open', () => { $('connection').textContent = 'live'; });
+  events.addEventListener('open', () => {
+    $('connection').textContent = 'live';
+    shownVersion = 0;  // a restarted service numbers its states from the start again
+  });
   events.addEventListener('error', () => { $('connection').textContent = 'reconnecting…'; });
 }
 
