@@ -574,12 +574,8 @@ class CurlUrlSession final : public URLSession {
     const std::uint64_t horizon = nextTicket_;
     // A completion waiting for its own task would wait forever.
     if (std::this_thread::get_id() == workerId_) return settledBefore(horizon);
-    while (!settledBefore(horizon)) {
-      if (settled_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
-        return settledBefore(horizon);
-      }
-    }
-    return true;
+    return waitUntil(settled_, mutex_, deadline,
+                     [&]() ZELNORA_REQUIRES(mutex_) { return settledBefore(horizon); });
   }
 
  private:

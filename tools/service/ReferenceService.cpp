@@ -341,12 +341,8 @@ std::size_t ReferenceService::receivedCount() const {
 bool ReferenceService::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   platform::MutexLock lock(mutex_);
-  while (receivedCount_ < count) {
-    if (receivedChanged_.wait_until(mutex_, deadline) == std::cv_status::timeout) {
-      return receivedCount_ >= count;
-    }
-  }
-  return true;
+  return platform::waitUntil(receivedChanged_, mutex_, deadline,
+                             [&]() ZELNORA_REQUIRES(mutex_) { return receivedCount_ >= count; });
 }
 
 void ReferenceService::handle(const RecordedRequest& request, ServiceAnswer& answer) {

@@ -119,11 +119,9 @@ std::optional<ZAReportOutboxStatus> DurableReports::status() {
 bool DurableReports::waitUntilSettled(std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   platform::MutexLock lock(mutex_);
-  auto settled = [this]() ZELNORA_REQUIRES(mutex_) { return !wakeRequested_ && !delivering_; };
-  while (!settled()) {
-    if (settled_.wait_until(mutex_, deadline) == std::cv_status::timeout) return settled();
-  }
-  return true;
+  return platform::waitUntil(settled_, mutex_, deadline, [this]() ZELNORA_REQUIRES(mutex_) {
+    return !wakeRequested_ && !delivering_;
+  });
 }
 
 void DurableReports::keep(const platform::Bytes& event, SystemTime sentAt, SystemTime notBefore) {

@@ -11,6 +11,8 @@
 ///   while (count_ == 0) changed_.wait(mutex_);
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #if defined(__clang__)
@@ -56,5 +58,19 @@ class ZELNORA_SCOPED_CAPABILITY MutexLock {
  private:
   Mutex& mutex_;
 };
+
+/// Waits on `changed` until `done()` holds or `deadline` passes; returns `done()`. The caller
+/// holds `mutex`, and `done` (annotated as needing that mutex) reads what it guards. The analysis
+/// cannot tie `done`'s mutex to the one handed in here, so this body alone opts out; callers are
+/// still checked for holding `mutex`.
+template <class Done>
+bool waitUntil(std::condition_variable_any& changed, Mutex& mutex,
+               std::chrono::steady_clock::time_point deadline, Done done)
+    ZELNORA_REQUIRES(mutex) ZELNORA_NO_THREAD_SAFETY_ANALYSIS {
+  while (!done()) {
+    if (changed.wait_until(mutex, deadline) == std::cv_status::timeout) return done();
+  }
+  return true;
+}
 
 }  // namespace platform
